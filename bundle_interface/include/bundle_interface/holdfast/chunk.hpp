@@ -1,0 +1,134 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+#include "bundle_interface/holdfast/reference.hpp"
+
+namespace Holdfast {
+
+class BufferSlot;
+
+/// Owned raw memory. Bytes beyond `dirty()` are zero. A buffer with a home slot goes back there
+/// when it is released, so that its pages need not be faulted in anew.
+class Buffer {
+  public:
+    Buffer() noexcept = default;
+    /// At least `bytes` bytes of zeros. Throws std::bad_alloc.
+    explicit Buffer(std::size_t bytes);
+    /// The buffer kept in `slot` if it is large enough, else new memory; released into `slot`. The
+    /// first `dirty()` bytes hold old values.
+    Buffer(std::size_t bytes, std::shared_ptr<BufferSlot> slot);
+    Buffer(Buffer&& other) noexcept { swap(other); }
+    Buffer& operator=(Buffer&& other) noexcept {
+        Buffer taken(std::move(other));
+        swap(taken);
+        return *this;
+    }
+    ~Buffer();
+
+    std::byte* data() const noexcept { return data_; }
+    std::size_t capacity() const noexcept { return capacity_; }
+    std::size_t dirty() const noexcept { return dirty_; }
+    /// Says that the first `bytes` bytes may be other than zero.
+    void markDirty(std::size_t bytes) noexcept { dirty_ = bytes > dirty_ ? bytes : dirty_; }
+    /// Zeroes the bytes [from, to) as far as they may be other than zero.
+    void zero(std::size_t from, std::size_t to) noexcept;
+    /// Makes room for `bytes` bytes, keeping the first `used` ones. Throws std::bad_alloc, then
+    /// nothing changed.
+    void grow(std::size_t bytes, std::size_t used);
+
+  private:
+    friend class BufferSlot;
+    void swap(Buffer& other) noexcept;
+
+    std::byte* data_ = nullptr;
+    std::size_t capacity_ = 0;
+    std::size_t dirty_ = 0;
+    std::shared_ptr<BufferSlot> slot_;
+};
+
+/// Keeps the memory of one released buffer for the next of its kind. Safe between threads.
+class BufferSlot {
+  public:
+    /// The kept buffer, or an empty one; the slot is empty afterwards.
+    Buffer take() noexcept;
+    /// Keeps the larger of the kept buffer and `buffer`.
+    void keep(Buffer buffer) noexcept;
+
+  private:
+    std::mutex mutex_;
+    Buffer kept_;
+};
+
+/// Heap array of some element type, seen without the type.
+class ChunkBase : public ReferenceBase<ChunkBase> {
+  public:
+    /// Bytes of all living chunks.
+    static std::atomic<std::uint64_t> TotalMemsize;
+
+    ~ChunkBase() override;
+    ChunkBase(const ChunkBase&) = delete;
+    ChunkBase& operator=(const ChunkBase&) = delete;
+
+    virtual const std::type_info& elementType() const noexcept = 0;
+    std::size_t size() const noexcept { return size_; }
+    std::size_t bytes() const noexcept { return size_ * elementSize_; }
+    const void* raw() const noexcept { return buffer_.data(); }
+
+    /// Sets the number of elements. Elements added are zero; those left keep their values, also the
+    /// ones beyond a lowered size until they are added again. Throws std::bad_alloc or
+    /// std::length_error, then nothing changed.
+    void resize(std::size_t size);
+    /// As resize, but elements added hold whatever stands in the memory reserved for them: what was
+    /// written there through data(), zeros, or values of an earlier user of the buffer. `size` is
+    /// at most capacity().
+    void resizeUnfilled(std::size_t size) noexcept;
+    /// Makes room for `size` elements without changing their number; what was written beyond size()
+    /// is kept up to `keep` elements. Throws as resize does.
+    void reserve(std::size_t size, std::size_t keep = 0);
+    /// Number of elements that fit without new memory.
+    std::size_t capacity() const noexcept { return buffer_.capacity() / elementSize_; }
+
+  protected:
+    ChunkBase(std::size_t size, std::size_t elementSize, std::shared_ptr<BufferSlot> slot);
+
+    std::byte* constBytes() const noexcept { return buffer_.data(); }
+    /// For writing: all elements may differ from zero from here on.
+    std::byte* bytesForWriting() noexcept {
+        buffer_.markDirty(bytes());
+        return buffer_.data();
+    }
+
+  private:
+    Buffer buffer_;
+    std::size_t size_ = 0;
+    std::size_t elementSize_;
+};
+
+/// Heap array of T, zero-filled when made.
+template<class T>
+class Chunk : public ChunkBase {
+    static_assert(std::is_trivially_copyable_v<T> && alignof(T) <= alignof(std::max_align_t));
+
+  public:
+    /// `size` zeros. With a slot the memory comes from there if it fits, and goes back there.
+    /// Throws std::bad_alloc, or std::length_error if the size has no byte count.
+    explicit Chunk(std::size_t size, std::shared_ptr<BufferSlot> slot = nullptr)
+        : ChunkBase(size, sizeof(T), std::move(slot)) {}
+
+    const std::type_info& elementType() const noexcept override { return typeid(T); }
+    /// Valid until the next resize or reserve.
+    T* data() noexcept { return reinterpret_cast<T*>(bytesForWriting()); }
+    const T* data() const noexcept { return reinterpret_cast<const T*>(constBytes()); }
+    /// Unchecked.
+    T& operator[](std::size_t i) noexcept { return data()[i]; }
+    const T& operator[](std::size_t i) const noexcept { return data()[i]; }
+};
+
+} // namespace Holdfast

@@ -1,0 +1,218 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+#include "bundle_interface/export.hpp"
+
+namespace Holdfast {
+
+/// Process-wide source of the identifiers of references.
+RXP2K7_EXPORT extern std::atomic<std::uint64_t> PointerID;
+
+/// Readable name of a type, for example "unsigned char".
+RXP2K7_EXPORT std::string Typename(const std::type_info& type);
+
+/// Throws std::runtime_error that says that a reference to `type` has no object.
+[[noreturn]] RXP2K7_EXPORT void throwUnavailable(const std::type_info& type);
+
+class Reference;
+
+/// Shared by all references to one object; outlives the object while weak references remain.
+class RXP2K7_EXPORT ControlBlock {
+  public:
+    explicit ControlBlock(Reference* object) noexcept : object_(object) {}
+    ControlBlock(const ControlBlock&) = delete;
+    ControlBlock& operator=(const ControlBlock&) = delete;
+
+    /// True until the object is dead.
+    bool alive() const noexcept { return strong_.load(std::memory_order_acquire) >= 0; }
+    void addStrong() noexcept { strong_.fetch_add(1, std::memory_order_relaxed); }
+    /// Adds a strong reference unless the object is dead; tells whether it did.
+    bool tryAddStrong() noexcept;
+    /// Drops a strong reference; the last one deletes the object.
+    void dropStrong() noexcept;
+    void addWeak() noexcept { weak_.fetch_add(1, std::memory_order_relaxed); }
+    /// Drops a weak reference; the last one deletes the block.
+    void dropWeak() noexcept;
+    /// Called by the object's destructor.
+    void objectGone() noexcept;
+
+  private:
+    ~ControlBlock() = default;
+
+    std::atomic<std::int32_t> strong_{0};
+    std::atomic<std::int32_t> weak_{1}; // the object itself holds one
+    Reference* object_;
+};
+
+/// Base of all objects that references share. Counting is safe between threads.
+class RXP2K7_EXPORT Reference {
+  public:
+    Reference();
+    Reference(const Reference&);
+    Reference& operator=(const Reference&) noexcept { return *this; }
+    virtual ~Reference();
+
+    ControlBlock* controlBlock() const noexcept { return block_; }
+
+  private:
+    ControlBlock* block_;
+};
+
+/// What a class T derives from so that StrongPtr<T> and WeakPtr<T> can refer to its objects, which
+/// are made with `new`. The last strong reference deletes the object.
+template<class T>
+class RXP2K7_EXPORT ReferenceBase : public Reference {};
+
+template<class T, class Base>
+class WeakPtr;
+
+/// Shared reference that keeps its object alive. May be empty. Reading through a reference that is
+/// not available throws std::runtime_error. Copies and their destruction are safe between threads;
+/// one reference object itself is not.
+template<class T, class Base = Reference>
+class StrongPtr {
+  public:
+    StrongPtr() noexcept = default;
+    StrongPtr(std::nullptr_t) noexcept {}
+    /// Refers to `object`, which may be null.
+    explicit StrongPtr(T* object) noexcept : object_(object) {
+        if (object_ != nullptr) {
+            take(static_cast<const Reference*>(object_)->controlBlock());
+        }
+    }
+    StrongPtr(const StrongPtr& other) noexcept : object_(other.object_) { take(other.block_); }
+    StrongPtr(StrongPtr&& other) noexcept
+        : id_(other.id_)
+        , block_(std::exchange(other.block_, nullptr))
+        , object_(std::exchange(other.object_, nullptr)) {}
+    /// Refers to the same object as a base of it.
+    template<class U, class B, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
+    StrongPtr(const StrongPtr<U, B>& other) noexcept : object_(other.object_) {
+        take(other.block_);
+    }
+    StrongPtr& operator=(StrongPtr other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~StrongPtr() { reset(); }
+
+    /// Becomes empty.
+    void reset() noexcept {
+        object_ = nullptr;
+        if (ControlBlock* block = std::exchange(block_, nullptr)) {
+            block->dropStrong();
+        }
+    }
+    void swap(StrongPtr& other) noexcept {
+        std::swap(id_, other.id_);
+        std::swap(block_, other.block_);
+        std::swap(object_, other.object_);
+    }
+
+    /// True if there is a living object.
+    bool available() const noexcept {
+        return block_ != nullptr && object_ != nullptr && block_->alive();
+    }
+    explicit operator bool() const noexcept { return available(); }
+    /// The object, or null.
+    T* get() const noexcept { return available() ? object_ : nullptr; }
+    T* operator->() const { return checked(); }
+    T& operator*() const { return *checked(); }
+
+  private:
+    template<class U, class B>
+    friend class StrongPtr;
+    template<class U, class B>
+    friend class WeakPtr;
+
+    void take(ControlBlock* block) noexcept {
+        block_ = block;
+        if (block_ != nullptr) {
+            id_ = PointerID.fetch_add(1, std::memory_order_relaxed);
+            block_->addStrong();
+        }
+    }
+    T* checked() const {
+        if (!available()) {
+            throwUnavailable(typeid(T));
+        }
+        return object_;
+    }
+
+    std::uint64_t id_ = 0;
+    ControlBlock* block_ = nullptr;
+    T* object_ = nullptr;
+};
+
+/// Shared reference that does not keep its object alive.
+template<class T, class Base = Reference>
+class WeakPtr {
+  public:
+    WeakPtr() noexcept = default;
+    template<class U, class B, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
+    WeakPtr(const StrongPtr<U, B>& strong) noexcept : object_(strong.object_) {
+        take(strong.block_);
+    }
+    WeakPtr(const WeakPtr& other) noexcept : object_(other.object_) { take(other.block_); }
+    WeakPtr& operator=(const WeakPtr& other) noexcept {
+        WeakPtr copy(other);
+        std::swap(id_, copy.id_);
+        std::swap(block_, copy.block_);
+        std::swap(object_, copy.object_);
+        return *this;
+    }
+    ~WeakPtr() {
+        if (block_ != nullptr) {
+            block_->dropWeak();
+        }
+    }
+
+    bool available() const noexcept {
+        return block_ != nullptr && object_ != nullptr && block_->alive();
+    }
+    /// A strong reference to the object; empty if the object is gone.
+    StrongPtr<T, Base> lock() const noexcept {
+        StrongPtr<T, Base> strong;
+        if (block_ != nullptr && block_->tryAddStrong()) {
+            strong.id_ = id_;
+            strong.block_ = block_;
+            strong.object_ = object_;
+        }
+        return strong;
+    }
+
+  private:
+    void take(ControlBlock* block) noexcept {
+        block_ = block;
+        if (block_ != nullptr) {
+            id_ = PointerID.fetch_add(1, std::memory_order_relaxed);
+            block_->addWeak();
+        }
+    }
+
+    std::uint64_t id_ = 0;
+    ControlBlock* block_ = nullptr;
+    T* object_ = nullptr;
+};
+
+/// Age stamps. An object's age is the value that GlobalTime had at its last change.
+struct RXP2K7_EXPORT Ageable {
+    static std::atomic<std::uint64_t> GlobalTime;
+    std::uint64_t age = 0;
+};
+
+/// Where stored data are kept for reading. This implementation reads nothing back, so one kind
+/// suffices.
+class Cache : public ReferenceBase<Cache> {
+  public:
+    /// The cache in memory, one for the process.
+    static StrongPtr<Cache> MemCache();
+};
+
+} // namespace Holdfast

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+
+#include "bundle_interface/export.hpp"
+#include "bundle_interface/holdfast/reference.hpp"
+
+namespace Skein {
+
+/// Base of the ranges of all types.
+class RXP2K7_EXPORT DataRangeBase : public Holdfast::ReferenceBase<DataRangeBase> {
+  public:
+    DataRangeBase();
+    ~DataRangeBase() override;
+};
+
+template<class T>
+class DataRange;
+
+/// A pair of bounds, both of which belong to the range.
+template<>
+class RXP2K7_EXPORT DataRange<double> : public DataRangeBase {
+  public:
+    DataRange();
+    DataRange(double least, double greatest);
+    ~DataRange() override;
+
+    double min = 0;
+    double max = 0;
+};
+
+} // namespace Skein
+
+namespace std {
+
+/// "[min, max]", both in the shortest decimal form that reads back exactly.
+RXP2K7_EXPORT string to_string(const Skein::DataRange<double>& range);
+
+/// The text itself, so that generic code can ask any value for its text.
+inline string to_string(const string& text) {
+    return text;
+}
+
+} // namespace std
