@@ -1,0 +1,114 @@
+#!/usr/bin/python3
+"""run_bench.py BUILD_FOLDER [--shots N] [--repeat N]: all figures of one run, one line each: name, value, unit.
+
+Micro-benchmarks give medians of repeated runs. `convert/floor/...` is the wall time of a conversion over that of the
+floor program, which reads the same input once and writes the same columns without decoding; both run in turns, on a
+recording in the page cache, and their medians are compared.
+"""
+import argparse
+import glob
+import json
+import os
+import resource
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+
+def line(name, value, unit):
+    print('%s %.4g %s' % (name, value, unit), flush=True)
+
+
+def micro(build, repeat):
+    for program in sorted(glob.glob(os.path.join(build, 'bench_*'))):
+        if not os.access(program, os.X_OK) or os.path.isdir(program):
+            continue
+        p = subprocess.run([program, '--benchmark_format=json', '--benchmark_repetitions=%d' % repeat,
+                            '--benchmark_report_aggregates_only=true', '--benchmark_min_time=0.2'],
+                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=True)
+        for b in json.loads(p.stdout)['benchmarks']:
+            if b.get('error_occurred'):
+                sys.exit('%s: %s' % (b['name'], b['error_message']))
+            if b.get('aggregate_name') != 'median':
+                continue
+            name = b['run_name']
+            if 'items_per_second' in b:
+                line(name, b['items_per_second'] / 1e6, 'M/s')
+            if 'bytes_per_second' in b:
+                line(name + '/bytes', b['bytes_per_second'] / 1e9, 'GB/s')
+
+
+def timed(command):
+    """Wall seconds and peak resident bytes of a command."""
+    begin = time.monotonic()
+    p = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    error = p.stderr.read()
+    _, status, usage = os.wait4(p.pid, 0)
+    p.returncode = os.waitstatus_to_exitcode(status)
+    if p.returncode:
+        sys.exit('%s: exit %d: %s' % (command, p.returncode, error.decode()[-500:]))
+    return time.monotonic() - begin, usage.ru_maxrss * 1024
+
+
+def simulate(build, folder, shots, *options):
+    name = os.path.join(folder, '200101_120000_Scanner_%d.rxp' % shots)
+    subprocess.run([os.path.join(build, 'rxp2k7'), 'simulate', name, '--shots', str(shots), *options],
+                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+    return name
+
+
+def convert_command(build, recording, folder, *options):
+    return [os.path.join(build, 'rxp2k7'), 'convert', recording, '--out-dir', folder, '--json', *options]
+
+
+def converted(build, recording, folder, *options):
+    p = subprocess.run(convert_command(build, recording, folder, *options), stdout=subprocess.PIPE,
+                       stderr=subprocess.DEVNULL, check=True, text=True)
+    return json.loads(p.stdout)['results'][0]
+
+
+def against_floor(build, folder, shots, repeat):
+    recording = simulate(build, folder, shots)
+    result = converted(build, recording, folder)
+    floor = [os.path.join(build, 'floor'), recording, os.path.join(folder, 'floor.rxp'), str(result['shots']), str(result['echoes'])]
+    ours, floors = [], []
+    for _ in range(repeat):
+        floors.append(timed(floor)[0])
+        ours.append(timed(convert_command(build, recording, folder))[0])
+    line('convert/seconds/shots', statistics.median(ours), 's')
+    line('floor/seconds/shots', statistics.median(floors), 's')
+    line('convert/floor/shots', statistics.median(ours) / statistics.median(floors), 'ratio')
+    line('convert/input/shots', os.path.getsize(recording) / statistics.median(ours) / 1e6, 'MB/s')
+    os.unlink(recording)
+
+
+def memory(build, folder, shots):
+    """Peak resident size beyond what the staging columns of one fragment may take."""
+    rows = 100000 + 500
+    staging = rows * (8 + 24 + 24 + 8 + 8 + 4 + 1 + 24 + 4 + 8 + 2 + 1 + 8 + 24 + 2 * 256)
+    peaks = []
+    for n in shots:
+        recording = simulate(build, folder, n)
+        peaks.append(timed(convert_command(build, recording, folder))[1])
+        os.unlink(recording)
+        line('memory/peak/%dM-shots' % (n // 1000000), peaks[-1] / 2**20, 'MiB')
+    line('memory/beyond-staging', (max(peaks) - staging) / 2**20, 'MiB')
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__.split('\n')[0])
+    p.add_argument('build')
+    p.add_argument('--shots', type=int, default=2000000)
+    p.add_argument('--repeat', type=int, default=7)
+    a = p.parse_args()
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    micro(a.build, a.repeat)
+    with tempfile.TemporaryDirectory() as folder:
+        against_floor(a.build, folder, a.shots, a.repeat)
+        memory(a.build, folder, (1000000, 4000000))
+
+
+if __name__ == '__main__':
+    main()
