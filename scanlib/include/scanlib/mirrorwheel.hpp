@@ -1,0 +1,70 @@
+#pragma once
+
+#include "scanlib/scanmech.hpp"
+
+#include <vector>
+
+namespace scanlib {
+
+/// A plane mirror: the points x with normal . x = dist.
+struct mirror_facet {
+    vector3 normal{1, 0, 0};
+    double dist = 0;
+};
+
+/// A wheel of plane mirror facets that turns about an axis and reflects a fixed laser; the whole
+/// turns about the z axis with the frame movement.
+class mirrorwheel : public scanmech {
+  public:
+    /// One facet, and initialised for it.
+    mirrorwheel(vector3* beam_origin_out, vector3* beam_direction_out);
+    mirrorwheel(const mirrorwheel&) = default;
+    mirrorwheel& operator=(const mirrorwheel&) = default;
+
+    std::uint32_t kind() const override;
+    std::uint32_t facet_count() const override;
+    void set_angles(std::uint32_t facet_index, double line, double frame) override;
+    /// The segment plays no part.
+    void set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t segment) override;
+    void write_members(json_writer& out) const override;
+
+    /// Prepares what follows from the parameters. Throws scanlib_exception when there are no
+    /// facets.
+    void initialise();
+
+    vector3 laser_origin{0, 0, 0};
+    vector3 laser_direction{0, 0, 1};
+    vector3 mirror_axis_origin{0, 0, 0};
+    vector3 mirror_axis_direction{0, 1, 0};
+    std::int32_t line_angle_0 = 0; ///< line count at which each facet is at angle 0
+    std::vector<mirror_facet> facets{mirror_facet{}};
+
+  protected:
+    /// A facet's normal split about the mirror axis, so that turning it takes no more than a
+    /// weighted sum.
+    struct split_facet {
+        vector3 parallel;
+        vector3 perpendicular;
+        vector3 crossed; ///< axis x normal
+        double dist;
+
+        vector3 turned(double sine, double cosine) const noexcept {
+            return parallel + cosine * perpendicular + sine * crossed;
+        }
+    };
+
+    /// Splits a facet about an axis.
+    static split_facet split(const mirror_facet& facet, const vector3& axis);
+
+    /// Steps of `set_angles` ahead of the frame rotation: fills the three scratch vectors.
+    void reflect(std::uint32_t facet_index) noexcept;
+
+    std::vector<split_facet> facet_table_;
+    std::uint32_t counts_per_facet_ = 0;
+    vector3 laser_to_axis_{};
+    vector3 rotated_normal_{};
+    vector3 reflected_direction_{};
+    vector3 reflected_origin_{};
+};
+
+} // namespace scanlib

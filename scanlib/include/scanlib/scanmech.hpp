@@ -1,0 +1,96 @@
+#pragma once
+
+#include "scanlib/json_writer.hpp"
+#include "scanlib/vector3.hpp"
+
+#include <cstdint>
+#include <memory>
+
+namespace scanlib {
+
+/// Sine and cosine by way of the tangent of half the angle (radians). Both come from one tangent,
+/// and they stay consistent with each other: the sum of their squares is 1 to the last place.
+void half_angle_sine_cosine(double angle, double& sine, double& cosine) noexcept;
+
+/// Computes for a pair of line and frame encoder counts where the laser beam leaves the scanner and
+/// in which direction. Each derived class models one optical layout; this class is the plain one:
+/// the beam leaves the origin towards polar angle `line_angle` and azimuth `frame_angle`.
+///
+/// Fill in the parameters, call `initialise` of the class, then ask with `set_counts` for each shot
+/// and `position` for each echo. Angles are in radians, lengths in metres. The owner of the beam
+/// gives two addresses at construction, both of which must outlive the object and its copies.
+class scanmech {
+  public:
+    /// Zeroes both and writes the beam there from then on. A copy writes to the same places.
+    scanmech(vector3* beam_origin_out, vector3* beam_direction_out);
+    virtual ~scanmech();
+
+    /// Number of the class, as `create` takes it.
+    virtual std::uint32_t kind() const;
+
+    /// Number of mirror facets; 0 for a model without.
+    virtual std::uint32_t facet_count() const;
+
+    /// The beam for a facet and the angles of the line and frame movements.
+    virtual void set_angles(std::uint32_t facet_index, double line, double frame);
+
+    /// The beam for encoder counts: sets `facet`, `line_angle` and `frame_angle` and the beam that
+    /// follows.
+    virtual void set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t segment);
+
+    /// The point at a range along the beam of the last call.
+    virtual void position(vector3& out, double range) const;
+
+    /// Writes the members of the class's JSON object behind its "kind".
+    virtual void write_members(json_writer& out) const;
+
+    /// Writes the JSON object: "kind", then the members.
+    void write(json_writer& out) const;
+
+    /// Prepares what follows from the parameters.
+    void initialise();
+
+    /// A new object of class number `kind`. Throws std::runtime_error "scanmech::create: unknown
+    /// kind" for a number that no class has or whose class is not made by number.
+    static std::unique_ptr<scanmech> create(std::uint32_t kind, vector3* beam_origin_out,
+                                            vector3* beam_direction_out);
+
+    double range_unit = 1.0; ///< metres for each count of a range
+    std::uint32_t line_circle_count = 4294967295;
+    std::uint32_t frame_circle_count = 4294967295;
+
+    std::uint32_t facet = 0;
+    double line_angle = 0;
+    double frame_angle = 0;
+
+  protected:
+    scanmech(const scanmech&) = default;
+    scanmech& operator=(const scanmech&) = default;
+
+    /// Brings the four sines and cosines up to date; an angle that did not change costs nothing.
+    void turn(double line, double frame) noexcept {
+        if (line != turned_line_) {
+            turned_line_ = line;
+            half_angle_sine_cosine(line, sin_line_, cos_line_);
+        }
+        if (frame != turned_frame_) {
+            turned_frame_ = frame;
+            half_angle_sine_cosine(frame, sin_frame_, cos_frame_);
+        }
+    }
+
+    vector3* beam_origin_out_;
+    vector3* beam_direction_out_;
+    double line_unit_ = 0; ///< radians for each count
+    double frame_unit_ = 0;
+    double sin_line_ = 0;
+    double cos_line_ = 1;
+    double sin_frame_ = 0;
+    double cos_frame_ = 1;
+
+  private:
+    double turned_line_ = 0;
+    double turned_frame_ = 0;
+};
+
+} // namespace scanlib

@@ -1,0 +1,93 @@
+#include "scanlib/mirrorwheel.hpp"
+
+#include "scanlib/scanlib_exception.hpp"
+
+#include <algorithm>
+
+namespace scanlib {
+
+mirrorwheel::mirrorwheel(vector3* beam_origin_out, vector3* beam_direction_out)
+    : scanmech(beam_origin_out, beam_direction_out) {
+    initialise();
+}
+
+std::uint32_t mirrorwheel::kind() const {
+    return 1;
+}
+
+std::uint32_t mirrorwheel::facet_count() const {
+    return static_cast<std::uint32_t>(facets.size());
+}
+
+mirrorwheel::split_facet mirrorwheel::split(const mirror_facet& facet, const vector3& axis) {
+    const vector3 parallel = dot(axis, facet.normal) * axis;
+    return {parallel, facet.normal - parallel, cross(axis, facet.normal), facet.dist};
+}
+
+void mirrorwheel::initialise() {
+    scanmech::initialise();
+    if (facets.empty()) {
+        throw scanlib_exception("mirrorwheel::initialise: no facets", "scanlib/src/scanmech",
+                                __LINE__);
+    }
+    counts_per_facet_ = line_circle_count / facet_count();
+    laser_to_axis_ = laser_origin - mirror_axis_origin;
+    facet_table_.clear();
+    facet_table_.reserve(facets.size());
+    for (const mirror_facet& f : facets) {
+        facet_table_.push_back(split(f, mirror_axis_direction));
+    }
+}
+
+void mirrorwheel::set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t /*segment*/) {
+    std::uint32_t turned_facets = 0;
+    std::int64_t in_facet = 0;
+    if (counts_per_facet_ != 0) {
+        turned_facets = line / counts_per_facet_;
+        in_facet = line - turned_facets * counts_per_facet_;
+        if (line > 0x7FFFFFFF) {
+            // Counts with the highest bit set are negative angles within the facet.
+            in_facet =
+                static_cast<std::int32_t>(line) % static_cast<std::int64_t>(counts_per_facet_);
+        }
+    }
+    const std::uint32_t n = facet_count();
+    facet = turned_facets < n ? turned_facets : turned_facets % n;
+    line_angle = static_cast<double>(in_facet - line_angle_0) * line_unit_;
+    frame_angle = frame * frame_unit_;
+    // Derived classes bend the beam further in their own set_angles.
+    set_angles(facet, line_angle, frame_angle);
+}
+
+void mirrorwheel::reflect(std::uint32_t facet_index) noexcept {
+    const split_facet& f =
+        facet_table_[std::min<std::size_t>(facet_index, facet_table_.size() - 1)];
+    rotated_normal_ = f.turned(sin_line_, cos_line_);
+    reflected_direction_ =
+        laser_direction - 2 * dot(laser_direction, rotated_normal_) * rotated_normal_;
+    reflected_origin_ =
+        laser_origin - 2 * (dot(laser_to_axis_, rotated_normal_) - f.dist) * rotated_normal_;
+}
+
+void mirrorwheel::set_angles(std::uint32_t facet_index, double line, double frame) {
+    turn(line, frame);
+    reflect(facet_index);
+    *beam_direction_out_ = turned_about_z(reflected_direction_, sin_frame_, cos_frame_);
+    *beam_origin_out_ = turned_about_z(reflected_origin_, sin_frame_, cos_frame_);
+}
+
+void mirrorwheel::write_members(json_writer& out) const {
+    scanmech::write_members(out);
+    out.array("laser_origin", laser_origin)
+        .array("laser_direction", laser_direction)
+        .array("mirror_axis_origin", mirror_axis_origin)
+        .array("mirror_axis_direction", mirror_axis_direction)
+        .member("line_angle_0", line_angle_0);
+    out.key("facets").begin_array();
+    for (const mirror_facet& f : facets) {
+        out.begin_object().array("normal", f.normal).member("dist", f.dist).end_object();
+    }
+    out.end_array();
+}
+
+} // namespace scanlib
