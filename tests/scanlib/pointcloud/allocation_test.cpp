@@ -1,29 +1,7 @@
+#include "allocation_counter.hpp"
 #include "recording_pointcloud.hpp"
 
 #include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <new>
-
-namespace {
-
-std::size_t allocations = 0;
-
-} // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 using namespace scanlib;
 using namespace scanlib::testing;
@@ -80,10 +58,10 @@ TEST(pointcloud_allocation, steady_state_allocates_nothing) {
         second(s);
     }
     const int echoes_before = cloud.echoes;
-    const std::size_t before = allocations;
+    const std::size_t before = allocation_count();
     for (std::uint32_t s = 8; s < 30; ++s) {
         second(s);
     }
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(allocation_count(), before);
     EXPECT_EQ(cloud.echoes - echoes_before, 22 * 10 * 190);
 }
