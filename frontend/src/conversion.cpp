@@ -1,0 +1,229 @@
+#include "frontend/conversion.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+#include "scanlib/connection.hpp"
+#include "scanlib/loss_log.hpp"
+#include "scanlib/pointcloud.hpp"
+#include "scanlib/rxpmarker.hpp"
+#include "text_files.hpp"
+#include "wfm.hpp"
+
+namespace Riegl {
+
+namespace {
+
+constexpr std::int64_t bytes_per_package = 2500;
+constexpr int fallback_total = 1000000;
+constexpr std::uint64_t preamble_bytes = 16;
+
+struct ProgressScale {
+    int total;
+    int step;
+};
+
+/// Packages expected in a stream of `size` bytes, and after how many of them progress is reported.
+ProgressScale progress_scale(std::int64_t size) {
+    const auto total = static_cast<std::int32_t>(static_cast<std::uint32_t>(size / bytes_per_package));
+    if (total < 0) {
+        return {fallback_total, fallback_total / 100};
+    }
+    return {total, std::max(total / 100, 1)};
+}
+
+/// Tells the host what the conversion did, whichever way it ends. Made first, so that the file is finished by then.
+class SummaryReport {
+  public:
+    SummaryReport(const Input& input, const std::filesystem::path& file) : monitor_(input.Progress) {
+        summary.output = input.OutDir / (file.stem().string() + ".k7");
+    }
+    SummaryReport(const SummaryReport&) = delete;
+    SummaryReport& operator=(const SummaryReport&) = delete;
+    ~SummaryReport() {
+        try {
+            complete();
+            if (monitor_.available()) {
+                monitor_->summarise(summary);
+            }
+        } catch (...) {
+            // The conversion's own result goes before a report about it.
+            return;
+        }
+    }
+
+    ConversionSummary summary;
+    scanlib::loss_log losses;
+
+  private:
+    void complete() {
+        std::error_code unknown;
+        auto file = summary.output;
+        if (summary.store_failed) {
+            file += ".part";
+        }
+        const auto size = std::filesystem::file_size(file, unknown);
+        summary.bytes_out = unknown ? 0 : size;
+        for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
+            const auto kind = static_cast<scanlib::loss>(i);
+            if (losses.count(kind) != 0) {
+                const auto& info = scanlib::info_of(kind);
+                summary.losses.push_back({info.name, info.sentence, losses.count(kind), losses.first_offset(kind)});
+            }
+        }
+    }
+
+    Holdfast::StrongPtr<ProgressMonitor> monitor_;
+};
+
+/// A message for the console, the log and `Errors`.
+void warn(Input& input, const std::string& message) {
+    Holdfast::Console() << message;
+    append_log_line(input.ErrorLog, message + "\n");
+    input.Errors += message;
+}
+
+/// One pass over the stream: every packet but the last to both consumers.
+class Pass {
+  public:
+    Pass(Input& input, const std::filesystem::path& file, WFM& wfm, scanlib::basic_rconnection& connection,
+         const std::shared_ptr<scanlib::basic_rconnection>& owner, SummaryReport& report)
+        : input_(input)
+        , file_(file)
+        , wfm_(wfm)
+        , connection_(connection)
+        , decoder_(owner, scanlib::decoder_capacity, scanlib::decoder_headroom, true)
+        , meta_engine_(std::make_shared<scanlib::pointcloud>(false))
+        , report_(report) {
+        decoder_.set_loss_log(&report.losses);
+    }
+
+    /// Returns the error text of a failed store; leaves by exception when the stream fails.
+    std::string run() {
+        const auto scale = progress_scale(stream_size(file_));
+        int package = 0;
+        scanlib::basic_buffer packet;
+        for (next(packet); !decoder_.packet_truncated(); next(packet)) {
+            feed_meta_engine(packet);
+            if (package % scale.step == 0 && input_.Progress.available()) {
+                input_.Progress->report("RXP-Package# ", package, scale.total);
+            }
+            wfm_.dispatch(packet.begin(), packet.end());
+            if (std::string text = wfm_.shall_we_write(false); !text.empty()) {
+                return text;
+            }
+            ++package;
+        }
+        if (packet.begin() != packet.end()) {
+            report_.losses.note(scanlib::loss::last_packet);
+        }
+        return {};
+    }
+
+  private:
+    void next(scanlib::basic_buffer& packet) {
+        const std::uint64_t at = decoder_.tell();
+        report_.losses.at(at == 0 ? preamble_bytes : at);
+        decoder_.get(packet);
+        report_.summary.offset = decoder_.tell();
+        report_.summary.bytes_in = connection_.position();
+    }
+
+    /// The second consumer only yields the metadata: it is fed until it has.
+    void feed_meta_engine(const scanlib::basic_buffer& packet) {
+        if (!meta_engine_) {
+            return;
+        }
+        meta_engine_->dispatch(packet.begin(), packet.end());
+        try {
+            meta_engine_->get_meta(wfm_.meta_stream, true);
+            meta_engine_.reset();
+        } catch (const scanlib::scanlib_exception&) {
+            // Not available yet: the next packet tries again.
+            return;
+        }
+    }
+
+    Input& input_;
+    const std::filesystem::path& file_;
+    WFM& wfm_;
+    scanlib::basic_rconnection& connection_;
+    scanlib::decoder_rxpmarker decoder_;
+    std::shared_ptr<scanlib::pointcloud> meta_engine_;
+    SummaryReport& report_;
+};
+
+/// What follows the pass when the stream came to its normal end.
+std::string end_normally(Input& input, const std::filesystem::path& file, WFM& wfm, scanlib::basic_rconnection& connection) {
+    if (input.Progress.available()) {
+        input.Progress->report("RXP-Writing# ", 1, 1);
+    }
+    std::string text = wfm.shall_we_write(true);
+    const std::uint32_t longest = wfm.writer().longest_waveform();
+    if (input.Exported_FWF_LENGTH < longest) {
+        warn(input, "Warning! FWF cut off: Exported length  " + std::to_string(input.Exported_FWF_LENGTH) +
+                        ", actual length " + std::to_string(longest) + " for file " + utf8_of(file));
+    }
+    if (text.empty()) {
+        connection.close();
+    }
+    return text;
+}
+
+/// Finishes the output file; a failure joins the result.
+std::string finish(const std::string& text, const std::filesystem::path& output, WFM& wfm) {
+    try {
+        wfm.finish();
+        return text;
+    } catch (const std::exception& e) {
+        const std::string failure = "rxpToSkeinK7: cannot finish file: " + utf8_of(output) + ". Error: " + e.what();
+        return text.empty() ? failure : text + " " + failure;
+    }
+}
+
+/// What follows a failure of the pass: what was read is stored, then the failure is told.
+std::string end_interrupted(Input& input, WFM& wfm, scanlib::basic_rconnection& connection, const std::string& message) {
+    std::string text = wfm.shall_we_write(true);
+    if (!text.empty()) {
+        return text;
+    }
+    connection.close();
+    warn(input, message);
+    return {};
+}
+
+} // namespace
+
+std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input) {
+    SummaryReport report(input, file);
+    report.summary.store_failed = true; // until the output file is made
+    WFM wfm(input, file, true, report.summary);
+    wfm.set_loss_log(&report.losses);
+    report.summary.store_failed = false;
+    wfm.writer().prepare_fragment(input.FragSize, input.Exported_FWF_LENGTH);
+    const std::shared_ptr<scanlib::basic_rconnection> connection(scanlib::basic_rconnection::create(utf8_of(file), "", ""));
+    if (!connection) {
+        return "rxpToSkeinK7: cannot establish rconnection to file: " + utf8_of(file);
+    }
+    std::string text;
+    try {
+        connection->open();
+        Pass pass(input, file, wfm, *connection, connection, report);
+        text = pass.run();
+        if (text.empty()) {
+            text = end_normally(input, file, wfm, *connection);
+        }
+    } catch (const std::exception& e) {
+        report.summary.interrupted = true;
+        text = end_interrupted(input, wfm, *connection,
+                               "rxpToSkeinK7: Export interrupted for file: " + utf8_of(file) + ". Error: " + e.what());
+    } catch (...) {
+        report.summary.interrupted = true;
+        text = end_interrupted(input, wfm, *connection, "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
+    }
+    return finish(text, report.summary.output, wfm);
+}
+
+} // namespace Riegl

@@ -1,0 +1,130 @@
+#include "wfm.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "bundle_interface/pulsekit.hpp"
+
+namespace Riegl {
+
+WFM::WFM(Input& input, const std::filesystem::path& file, bool leap_flag, ConversionSummary& summary)
+    : scanlib::pointcloud(true)
+    , input_(&input)
+    , file_(file)
+    , leap_flag_(leap_flag)
+    , writer_(file, input)
+    , date_code_(PulseKit::Chronometry(file.filename().string()).date_code)
+    , summary_(&summary) {}
+
+WFM::~WFM() { summary_->store_failed = writer_.store_failed(); }
+
+void WFM::on_shot() {
+    scanlib::pointcloud::on_shot();
+    if (std::isnan(time)) {
+        note_loss(scanlib::loss::shot_without_time);
+        return;
+    }
+    ShotsStaging& shots = writer_.shots();
+    shots.ensure_row(shots_count_);
+    shots.column<"GPSTime">()[shots_count_] = time;
+    shots.column<"Waveforms.DirectionDelta">()[shots_count_] = {beam_direction[0], beam_direction[1], beam_direction[2]};
+    shots.column<"Positions">()[shots_count_] = {beam_origin[0], beam_origin[1], beam_origin[2]};
+    ++shots_count_;
+}
+
+void WFM::on_echo_ready(scanlib::echo_position position) {
+    if (!writer_.has_opp()) {
+        return;
+    }
+    scanlib::pointcloud::on_echo_ready(position);
+    const scanlib::target& t = newest_target();
+    if (std::isnan(time) || std::isnan(t.echo_range) || std::isnan(t.vertex[0]) || std::isnan(t.vertex[1]) ||
+        std::isnan(t.vertex[2])) {
+        note_loss(scanlib::loss::echo_without_position);
+        return;
+    }
+    OppStaging& opp = writer_.opp();
+    opp.ensure_row(opp_count_);
+    opp.column<"GPSTime">()[opp_count_] = t.time;
+    opp.column<"Range">()[opp_count_] = t.echo_range;
+    opp.column<"Amplitude">()[opp_count_] = t.amplitude;
+    opp.column<"Channel">()[opp_count_] = static_cast<unsigned char>(t.is_rising ^ 1);
+    opp.column<"Reflectance">()[opp_count_] = t.reflectance;
+    ++opp_count_;
+}
+
+void WFM::on_header(scanlib::packets::header& p, const std::uint32_t* end) {
+    scanlib::pointcloud::on_header(p, end);
+    attributes_.serial = serial;
+    attributes_.type_id = type_id;
+    attributes_.build = build;
+}
+
+void WFM::on_atmosphere_4(scanlib::packets::atmosphere_4& p) {
+    scanlib::pointcloud::on_atmosphere_4(p);
+    attributes_.group_velocity = static_cast<double>(p.group_velocity());
+    // Nanometres here, though the engine keeps metres.
+    attributes_.wavelength = static_cast<double>(p.wavelength());
+}
+
+void WFM::on_hk_extended_external(scanlib::packets::hk_extended_external&) {}
+
+bool WFM::lies_inside_time_range() const {
+    if (!input_->TimeRange.available()) {
+        return false;
+    }
+    const auto inside = [&](double t) { return input_->TimeRange->min <= t && t <= input_->TimeRange->max; };
+    return inside(writer_.first_shot_time()) && inside(writer_.last_shot_time());
+}
+
+std::string WFM::flush_staging() {
+    attributes_.sampling_time = sampling_time;
+    attributes_.unambiguous_range = unambiguous_range;
+    const bool skip = lies_inside_time_range();
+    std::string text =
+        writer_.write_fragment(fragment_number_, &opp_count_, &wave_count_, &shots_count_, &date_code_, &leap_flag_, &skip);
+    ++fragment_number_;
+    const std::uint64_t rows = std::uint64_t{shots_count_} + opp_count_ + wave_count_;
+    if (skip) {
+        note_loss(scanlib::loss::skipped_fragment);
+        note_loss(scanlib::loss::skipped_row, rows);
+    } else if (text.empty()) {
+        summary_->shots += shots_count_;
+        summary_->echoes += opp_count_;
+        summary_->waveforms += wave_count_;
+        summary_->fragments += rows != 0 ? 1 : 0;
+    }
+    return text;
+}
+
+std::string WFM::shall_we_write(bool final) {
+    if (final) {
+        std::string text = flush_staging();
+        return text.empty() ? write_scan_attributes() : text;
+    }
+    if (opp_count_ < input_->FragSize && wave_count_ < input_->FragSize && shots_count_ < input_->FragSize) {
+        return {};
+    }
+    std::string text = flush_staging();
+    opp_count_ = wave_count_ = shots_count_ = 0;
+    if (text.empty()) {
+        writer_.prepare_fragment(input_->FragSize, input_->Exported_FWF_LENGTH);
+    }
+    return text;
+}
+
+std::string WFM::write_scan_attributes() {
+    override_t_ref(attributes_, file_, *input_);
+    parsed_ = parse_reflectance_amplitude_attributes(meta_stream.str(), *input_);
+    if (!parsed_.refltab.available() || parsed_.refltab->size() == 0) {
+        return "WFM::shall_we_write: No reflectance amplitude attributes found in meta json string.";
+    }
+    attributes_.ampl_unit = parsed_.ampl_unit;
+    attributes_.refltab_delta = parsed_.refltab_delta;
+    attributes_.refltab = parsed_.refltab;
+    // The text it returns says nothing that the caller could act on.
+    attributes_.addAttributeToK7File(writer_.waveforms_grid(), writer_.shots_grid(), {}, {}, -1);
+    return {};
+}
+
+} // namespace Riegl
