@@ -1,0 +1,17 @@
+#pragma once
+
+#include "exit_code.hpp"
+
+namespace CLI {
+class App;
+}
+
+namespace host {
+
+/// Each adds one subcommand to `app`. When the command line chooses it, it runs while `app` parses,
+/// and sets `result`, which outlives `app`. Wrong arguments leave as CLI::ParseError.
+void add_convert(CLI::App& app, exit_code& result);
+void add_info(CLI::App& app, exit_code& result);
+void add_simulate(CLI::App& app, exit_code& result);
+
+} // namespace host

@@ -1,0 +1,310 @@
+#include "commands.hpp"
+#include "conversion_report.hpp"
+#include "input_file.hpp"
+#include "numbers.hpp"
+#include "progress.hpp"
+#include "stdout_guard.hpp"
+
+#include "frontend/conversion.hpp"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace host {
+
+namespace {
+
+struct convert_options {
+    std::vector<std::string> inputs;
+    std::string out_dir = ".";
+    std::uint32_t fragment_size = 100000;
+    std::uint32_t waveform_length = 256;
+    bool no_echoes = false;
+    bool no_waveforms = false;
+    std::optional<std::pair<double, double>> time_range;
+    std::string error_log;
+    std::uint32_t compress = 0;
+    bool json = false;
+};
+
+/// Shows the library's reports, and keeps its summary.
+class monitor : public Riegl::ProgressMonitor {
+  public:
+    monitor(const std::string& input, conversion_result& result)
+        : line_(std::filesystem::path(input).filename().string(), "packets",
+                estimate_packets(input))
+        , result_(result) {}
+
+    void report(const std::string& /*label*/, int current, int total) override {
+        // The last report, 1 of 1, is about the writing of the rest.
+        if (total != 1) {
+            line_.show(static_cast<std::uint64_t>(current < 0 ? 0 : current));
+        }
+    }
+    void summarise(const Riegl::ConversionSummary& summary) override {
+        result_.summary = summary;
+        result_.summarised = true;
+    }
+    progress_line& line() { return line_; }
+
+  private:
+    progress_line line_;
+    conversion_result& result_;
+};
+
+/// Sends the library's messages to standard error without tearing the bar.
+class console_lines {
+  public:
+    explicit console_lines(progress_line& line) {
+        Holdfast::Console::setSink([&line](const std::string& message) {
+            line.clear();
+            std::fprintf(stderr, "%s\n", message.c_str());
+        });
+    }
+    console_lines(const console_lines&) = delete;
+    console_lines& operator=(const console_lines&) = delete;
+    ~console_lines() { Holdfast::Console::setSink({}); }
+};
+
+std::filesystem::path output_of(const convert_options& options, const std::string& input) {
+    return std::filesystem::path(options.out_dir) /
+           (std::filesystem::path(input).stem().string() + ".k7");
+}
+
+[[noreturn]] void refuse(const std::string& reason) {
+    throw CLI::ValidationError("convert", reason);
+}
+
+/// Refuses inputs that would overwrite each other's output, or an input.
+void check_outputs(const convert_options& options) {
+    for (std::size_t i = 0; i < options.inputs.size(); ++i) {
+        const auto output = output_of(options, options.inputs[i]);
+        for (std::size_t j = 0; j < options.inputs.size(); ++j) {
+            if (i < j && output == output_of(options, options.inputs[j])) {
+                refuse("\"" + options.inputs[i] + "\" and \"" + options.inputs[j] +
+                       "\" would both be written to \"" + output.string() + "\"");
+            }
+            std::error_code missing;
+            if (std::filesystem::equivalent(output, options.inputs[j], missing)) {
+                refuse("the output of \"" + options.inputs[i] + "\" would overwrite the input \"" +
+                       options.inputs[j] + "\"");
+            }
+        }
+    }
+}
+
+/// Why nothing can be written to the output folder; empty if something can.
+std::string reason_unwritable(const std::string& folder) {
+    std::error_code error;
+    const auto status = std::filesystem::status(folder, error);
+    if (status.type() == std::filesystem::file_type::not_found) {
+        return "cannot write to \"" + folder + "\": no such directory";
+    }
+    if (error) {
+        return "cannot write to \"" + folder + "\": " + error.message();
+    }
+    if (!std::filesystem::is_directory(status)) {
+        return "cannot write to \"" + folder + "\": it is not a directory";
+    }
+    if (access(folder.c_str(), W_OK | X_OK) != 0) {
+        return "cannot write to \"" + folder + "\": " + std::generic_category().message(errno);
+    }
+    return {};
+}
+
+Riegl::Input input_record(const convert_options& options) {
+    Riegl::Input record;
+    record.FragSize = options.fragment_size;
+    record.ExportOPP = !options.no_echoes;
+    record.ExportFWF = !options.no_waveforms;
+    record.Exported_FWF_LENGTH = options.waveform_length;
+    record.OutDir = options.out_dir;
+    record.ErrorLog = options.error_log;
+    if (options.time_range) {
+        record.TimeRange = Holdfast::StrongPtr<Skein::DataRange<double>>(
+            new Skein::DataRange<double>(options.time_range->first, options.time_range->second));
+    }
+    if (options.compress != 0) {
+        record.Transformations =
+            Holdfast::StrongPtr<Skein::StorageTransformations>(new Skein::StorageTransformations);
+        record.Transformations->Shuffle = true;
+        record.Transformations->DeflateLevel = options.compress;
+    }
+    return record;
+}
+
+/// Which failure an exception of the library was.
+exit_code code_of_exception(const conversion_result& result, const std::exception& e) {
+    if (dynamic_cast<const std::bad_alloc*>(&e) != nullptr) {
+        return exit_code::internal_failure;
+    }
+    if (result.summary.store_failed) {
+        return exit_code::output_failed;
+    }
+    // Nothing was taken yet: the connection could not be made.
+    return result.summary.offset == 0 ? exit_code::input_unreadable : exit_code::internal_failure;
+}
+
+exit_code code_of_result(const conversion_result& result) {
+    if (result.summary.store_failed) {
+        return exit_code::output_failed;
+    }
+    if (result.summary.interrupted) {
+        return exit_code::input_damaged;
+    }
+    if (!result.text.empty()) {
+        // A text without a failure of either side: the stream told too little, or there is none.
+        return result.summary.offset == 0 ? exit_code::input_unreadable : exit_code::input_damaged;
+    }
+    return exit_code::good;
+}
+
+void convert_readable(const convert_options& options, conversion_result& result) {
+    Riegl::Input record = input_record(options);
+    auto* const shown = new monitor(result.input, result);
+    record.Progress = Holdfast::StrongPtr<Riegl::ProgressMonitor>(shown);
+    const console_lines lines(shown->line());
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        result.text = Riegl::rxpToSkeinK7(result.input, record);
+        result.code = code_of_result(result);
+    } catch (const std::exception& e) {
+        result.text = e.what();
+        result.code = code_of_exception(result, e);
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    result.seconds = took.count();
+    result.errors = record.Errors;
+}
+
+conversion_result convert_one(const convert_options& options, const std::string& input) {
+    conversion_result result;
+    result.input = input;
+    result.output = output_of(options, input).string();
+    result.text = reason_unreadable(input);
+    if (!result.text.empty()) {
+        result.code = exit_code::input_unreadable;
+        return result;
+    }
+    convert_readable(options, result);
+    return result;
+}
+
+std::vector<conversion_result> convert_all(const convert_options& options) {
+    std::vector<conversion_result> results;
+    for (const std::string& input : options.inputs) {
+        results.push_back(convert_one(options, input));
+        report_failure(results.back());
+        if (!options.json) {
+            print_summary(results.back());
+        }
+    }
+    return results;
+}
+
+/// One input's code is the program's; of several, any failure makes it "some failed".
+exit_code joint_code(const std::vector<conversion_result>& results) {
+    if (results.size() == 1) {
+        return results.front().code;
+    }
+    const bool all_good = std::all_of(results.begin(), results.end(),
+                                      [](const auto& r) { return r.code == exit_code::good; });
+    return all_good ? exit_code::good : exit_code::some_inputs_failed;
+}
+
+/// Results where the output folder rules out every conversion.
+std::vector<conversion_result> refuse_all(const convert_options& options,
+                                          const std::string& reason) {
+    std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
+    std::vector<conversion_result> results;
+    for (const std::string& input : options.inputs) {
+        conversion_result result;
+        result.input = input;
+        result.output = output_of(options, input).string();
+        result.text = reason;
+        result.code = exit_code::output_failed;
+        results.push_back(std::move(result));
+    }
+    return results;
+}
+
+exit_code run(const convert_options& options) {
+    check_outputs(options);
+    std::vector<conversion_result> results;
+    const std::string blocked = reason_unwritable(options.out_dir);
+    if (!blocked.empty()) {
+        results = refuse_all(options, blocked);
+    } else if (options.json) {
+        const stdout_guard guard;
+        results = convert_all(options);
+    } else {
+        results = convert_all(options);
+    }
+    if (options.json) {
+        std::fputs(json_of(results).c_str(), stdout);
+    }
+    if (std::fflush(stdout) != 0) {
+        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
+        return exit_code::output_failed;
+    }
+    return blocked.empty() ? joint_code(results) : exit_code::output_failed;
+}
+
+std::pair<double, double> parse_time_range(const std::string& text) {
+    constexpr double any = std::numeric_limits<double>::max();
+    const std::string option = "--time-range";
+    const auto colon = text.find(':');
+    if (colon == std::string::npos) {
+        throw CLI::ValidationError(option, "\"" + text + "\" is not of the form MIN:MAX");
+    }
+    const double least = parse_real(option, text.substr(0, colon), -any, any);
+    const double greatest = parse_real(option, text.substr(colon + 1), -any, any);
+    if (least > greatest) {
+        throw CLI::ValidationError(option, "MIN is above MAX in \"" + text + "\"");
+    }
+    return {least, greatest};
+}
+
+} // namespace
+
+void add_convert(CLI::App& app, exit_code& result) {
+    CLI::App* command =
+        app.add_subcommand("convert", "Turn recordings into K7 files, one each, named after them.");
+    auto options = std::make_shared<convert_options>();
+    command->add_option("INPUT", options->inputs, "recordings (*.rxp), or rdtp: and rddp: URIs")
+        ->required();
+    command->add_option("--out-dir", options->out_dir, "existing directory for the K7 files")
+        ->capture_default_str();
+    add_whole(*command, "--fragment-size", options->fragment_size,
+              "rows after which a fragment is cut");
+    add_whole(*command, "--waveform-length", options->waveform_length,
+              "waveform samples kept per row");
+    command->add_flag("--no-echoes", options->no_echoes, "leave out the grid \"OPP\"");
+    command->add_flag("--no-waveforms", options->no_waveforms, "leave out the grid \"Waveforms\"");
+    command
+        ->add_option_function<std::string>(
+            "--time-range",
+            [options](const std::string& text) { options->time_range = parse_time_range(text); },
+            "seconds; fragments that lie wholly inside are skipped")
+        ->type_name("MIN:MAX");
+    command->add_option("--error-log", options->error_log, "file to which warnings are appended");
+    add_whole<std::uint32_t>(*command, "--compress", options->compress,
+                             "deflate level of the K7 file, 0 for none", 0, 9);
+    command->add_flag("--json", options->json, "print one JSON object instead of the summaries");
+    command->callback([options, &result] { result = run(*options); });
+}
+
+} // namespace host

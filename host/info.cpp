@@ -1,0 +1,204 @@
+#include "commands.hpp"
+#include "input_file.hpp"
+#include "json.hpp"
+#include "survey.hpp"
+
+#include "scanlib/connection.hpp"
+#include "scanlib/rxpmarker.hpp"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace host {
+
+namespace {
+
+struct info_options {
+    std::string input;
+    bool json = false;
+};
+
+/// How the reading of a recording ended.
+struct reading {
+    bool opened = false;
+    std::string error; ///< empty at the stream's own end
+    std::uint64_t offset = 0;
+    std::uint64_t bytes = 0;
+    scanlib::loss_log losses;
+};
+
+void read_all(const std::string& input, survey& found, reading& r) {
+    const std::shared_ptr<scanlib::basic_rconnection> connection(
+        scanlib::basic_rconnection::create(input, "", ""));
+    connection->open();
+    r.opened = true;
+    scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity,
+                                       scanlib::decoder_headroom, true);
+    decoder.set_loss_log(&r.losses);
+    scanlib::basic_buffer packet;
+    try {
+        for (;;) {
+            r.offset = decoder.tell();
+            r.losses.at(r.offset);
+            decoder.get(packet);
+            if (decoder.packet_truncated() || packet.empty()) {
+                break;
+            }
+            found.take(packet.begin(), packet.end());
+        }
+        if (!packet.empty()) {
+            found.count(packet.begin(), packet.end());
+        }
+    } catch (const std::exception& e) {
+        r.error = e.what();
+    }
+    r.bytes = connection->position();
+}
+
+void print_span(const char* name, const time_span& span) {
+    if (span.first == span.first) {
+        std::printf("  %-9s %.6f s to %.6f s (%.3f s)\n", name, span.first, span.last,
+                    span.last - span.first);
+    } else {
+        std::printf("  %-9s none\n", name);
+    }
+}
+
+void print_text(const info_options& options, const survey& found, const reading& r) {
+    std::printf(
+        "%s\n  type      %s\n  serial    %s\n  build     %s\n  bytes     %llu\n  shots     %llu\n",
+        options.input.c_str(), found.instrument_type().c_str(), found.instrument_serial().c_str(),
+        found.instrument_build().c_str(), static_cast<unsigned long long>(r.bytes),
+        static_cast<unsigned long long>(found.shots()));
+    std::printf("\nTime of the shots\n");
+    print_span("internal", found.internal_time());
+    print_span("PPS", found.pps_time());
+    std::printf("\nPackets: %llu\n", static_cast<unsigned long long>(found.packets()));
+    for (const kind_count& k : found.kinds()) {
+        std::printf(
+            "  %-36s %12llu\n",
+            (k.name + " (" + std::to_string(k.id.id) + "." + std::to_string(k.id.version) + ")")
+                .c_str(),
+            static_cast<unsigned long long>(k.count));
+    }
+    if (found.further_unknown() != 0) {
+        std::printf("  %-36s %12llu\n", "of further unknown kinds",
+                    static_cast<unsigned long long>(found.further_unknown()));
+    }
+    const std::string metadata = found.metadata(true);
+    std::printf("\nMetadata\n%s\n",
+                metadata.empty() ? "none: the measurement does not start" : metadata.c_str());
+}
+
+std::string span_json(const time_span& span) {
+    return span.first == span.first
+               ? json_object().number("first", span.first).number("last", span.last).str()
+               : "null";
+}
+
+std::string losses_json(const reading& r) {
+    json_array all;
+    for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
+        const auto kind = static_cast<scanlib::loss>(i);
+        if (r.losses.count(kind) != 0) {
+            const auto& about = scanlib::info_of(kind);
+            all.add(json_object()
+                        .text("name", about.name)
+                        .number("count", r.losses.count(kind))
+                        .number("first_offset", r.losses.first_offset(kind))
+                        .text("sentence", about.sentence)
+                        .str());
+        }
+    }
+    return all.str();
+}
+
+void print_json(const info_options& options, const survey& found, const reading& r) {
+    json_array kinds;
+    for (const kind_count& k : found.kinds()) {
+        kinds.add(json_object()
+                      .text("name", k.name)
+                      .number("id", k.id.id)
+                      .number("version", k.id.version)
+                      .number("count", k.count)
+                      .str());
+    }
+    const std::string metadata = found.metadata(false);
+    json_object out;
+    out.text("input", options.input)
+        .text("type", found.instrument_type())
+        .text("serial", found.instrument_serial())
+        .text("build", found.instrument_build())
+        .number("bytes", r.bytes)
+        .number("shots", found.shots())
+        .raw("time", json_object()
+                         .raw("internal", span_json(found.internal_time()))
+                         .raw("pps", span_json(found.pps_time()))
+                         .str())
+        .number("packet_count", found.packets())
+        .raw("packets", kinds.str())
+        .number("further_unknown", found.further_unknown())
+        .raw("losses", losses_json(r))
+        .raw("error", r.error.empty()
+                          ? "null"
+                          : json_object().text("text", r.error).number("offset", r.offset).str())
+        .raw("metadata", metadata.empty() ? "null" : metadata);
+    std::printf("%s\n", out.str().c_str());
+}
+
+void print_losses(const reading& r) {
+    for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
+        const auto kind = static_cast<scanlib::loss>(i);
+        if (r.losses.count(kind) != 0) {
+            std::fprintf(stderr, "rxp2k7: at byte %llu: %s\n",
+                         static_cast<unsigned long long>(r.losses.first_offset(kind)),
+                         scanlib::info_of(kind).sentence);
+        }
+    }
+}
+
+exit_code run(const info_options& options) {
+    if (const std::string reason = reason_unreadable(options.input); !reason.empty()) {
+        std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
+        return exit_code::input_unreadable;
+    }
+    survey found;
+    reading r;
+    try {
+        read_all(options.input, found, r);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "rxp2k7: cannot read \"%s\": %s\n", options.input.c_str(), e.what());
+        return exit_code::input_unreadable;
+    }
+    if (options.json) {
+        print_json(options, found, r);
+    } else {
+        print_text(options, found, r);
+    }
+    if (std::fflush(stdout) != 0) {
+        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
+        return exit_code::output_failed;
+    }
+    print_losses(r);
+    if (!r.error.empty()) {
+        std::fprintf(stderr, "rxp2k7: \"%s\" is damaged at byte %llu: %s\n", options.input.c_str(),
+                     static_cast<unsigned long long>(r.offset), r.error.c_str());
+        return exit_code::input_damaged;
+    }
+    return exit_code::good;
+}
+
+} // namespace
+
+void add_info(CLI::App& app, exit_code& result) {
+    CLI::App* command = app.add_subcommand(
+        "info", "Tell what a recording holds: instrument, metadata, packets by kind, time span.");
+    auto options = std::make_shared<info_options>();
+    command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
+    command->add_flag("--json", options->json, "print one JSON object");
+    command->callback([options, &result] { result = run(*options); });
+}
+
+} // namespace host

@@ -1,0 +1,44 @@
+#include "commands.hpp"
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+int run(int argc, char** argv) {
+    CLI::App app("Turns laser-scanner recordings (RXP) into K7 files.", "rxp2k7");
+    app.set_version_flag("--version", "rxp2k7 " RXP2K7_VERSION);
+    app.require_subcommand(1);
+    host::exit_code result = host::exit_code::good;
+    host::add_convert(app, result);
+    host::add_info(app, result);
+    host::add_simulate(app, result);
+    app.footer("Exit codes: 0 all good, 1 internal failure, 2 usage, 3 input unreadable, 4 input "
+               "damaged (what could "
+               "be read is stored), 5 output failed, 6 some of several inputs failed.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : static_cast<int>(host::exit_code::usage);
+    }
+    return static_cast<int>(result);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+#ifdef SIGXFSZ
+    // So a file-size limit is a failed write with a message, like a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+#endif
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "rxp2k7: internal failure: %s\n", e.what());
+    } catch (...) {
+        std::fputs("rxp2k7: internal failure\n", stderr);
+    }
+    return static_cast<int>(host::exit_code::internal_failure);
+}

@@ -1,0 +1,40 @@
+#include "simulator/recording_file.hpp"
+
+#include <cerrno>
+#include <system_error>
+
+namespace simulator {
+
+recording_file::recording_file(const std::filesystem::path& path)
+    : path_(path), file_(std::fopen(path.c_str(), "wb")) {
+    if (!file_) {
+        fail("create");
+    }
+    // The encoder hands over large pieces; a buffer between would only copy them.
+    std::setvbuf(file_.get(), nullptr, _IONBF, 0);
+}
+
+recording_file::~recording_file() = default;
+
+void recording_file::fail(const char* action) const {
+    const int cause = errno;
+    throw output_error(std::string("cannot ") + action + " \"" + path_.string() +
+                       "\": " + std::generic_category().message(cause));
+}
+
+std::int64_t recording_file::write(const char* data, std::int64_t n) {
+    const auto size = static_cast<std::size_t>(n);
+    if (!file_ || std::fwrite(data, 1, size, file_.get()) != size) {
+        fail("write");
+    }
+    bytes_ += size;
+    return n;
+}
+
+void recording_file::close() {
+    if (file_ && std::fclose(file_.release()) != 0) {
+        fail("write");
+    }
+}
+
+} // namespace simulator
