@@ -1,0 +1,246 @@
+#include "simulator/recorder.hpp"
+#include "simulator/recording_file.hpp"
+
+#include "scanlib/connection.hpp"
+#include "scanlib/pointcloud.hpp"
+#include "scanlib/rxpmarker.hpp"
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+namespace simulator {
+namespace {
+
+/// Name of a file in a folder of its own, which goes with the object.
+class scratch_file {
+  public:
+    scratch_file() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "rxp2k7-XXXXXX").string();
+        folder_ = mkdtemp(pattern.data());
+    }
+    scratch_file(const scratch_file&) = delete;
+    scratch_file& operator=(const scratch_file&) = delete;
+    ~scratch_file() { std::filesystem::remove_all(folder_); }
+    std::string name() const { return (folder_ / "scan.rxp").string(); }
+
+  private:
+    std::filesystem::path folder_;
+};
+
+recording_summary record(const scan_settings& settings, const std::string& name) {
+    const auto file = std::make_shared<recording_file>(name);
+    scanlib::packet_emitter emitter(std::make_shared<scanlib::encoder_rxpmarker>(
+        file, scanlib::encoder_capacity, scanlib::encoder_headroom, true));
+    recorder r(settings, emitter);
+    const auto summary = r.run([](std::uint64_t) {});
+    file->close();
+    return summary;
+}
+
+std::string bytes_of(const std::string& name) {
+    std::ifstream in(name, std::ios::binary);
+    std::ostringstream all;
+    all << in.rdbuf();
+    return all.str();
+}
+
+/// Compares what the point-cloud engine makes of a recording with what was simulated.
+class judge : public scanlib::pointcloud {
+  public:
+    explicit judge(const scan_settings& settings)
+        : pointcloud(true), scene_(settings.seed), program_(settings) {}
+
+    void read(const std::string& name) {
+        const std::shared_ptr<scanlib::basic_rconnection> connection(
+            scanlib::basic_rconnection::create(name, "", ""));
+        scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity,
+                                           scanlib::decoder_headroom, true);
+        scanlib::basic_buffer packet;
+        for (decoder.get(packet); !decoder.packet_truncated(); decoder.get(packet)) {
+            dispatch(packet.begin(), packet.end());
+        }
+    }
+
+    std::uint64_t shots = 0;
+    std::uint64_t echoes = 0;
+    double worst_time = 0;
+    double worst_distance = 0;
+    double strangest_reflectance = 0;
+
+  protected:
+    void on_shot() override {
+        const double off = std::abs(time - program_.next().pps_time);
+        // Not a comparison with max: NaN must show.
+        worst_time = off <= worst_time ? worst_time : off;
+        ++shots;
+    }
+    void on_echo_ready(scanlib::echo_position /*position*/) override {
+        const scanlib::target& t = newest_target();
+        const double off = scene_.distance(beam_origin + t.echo_range * beam_direction);
+        worst_distance = off <= worst_distance ? worst_distance : off;
+        strangest_reflectance =
+            std::max(strangest_reflectance, static_cast<double>(std::abs(t.reflectance)));
+        ++echoes;
+    }
+
+  private:
+    scene scene_;
+    scan_program program_;
+};
+
+class RecordingOfEachForm : public ::testing::TestWithParam<bool> {};
+
+TEST_P(RecordingOfEachForm, PointsLieOnTheSurfacesAndTimesAreThoseOfThePulses) {
+    for (const std::uint64_t seed : {1, 2, 3, 4}) {
+        scan_settings settings;
+        settings.shots = 60000;
+        settings.pulse_rate = 50000; // so that the recording lasts some seconds
+        settings.seed = seed;
+        settings.high_resolution = GetParam();
+        const scratch_file file;
+        const auto recorded = record(settings, file.name());
+        judge j(settings);
+        j.read(file.name());
+        EXPECT_EQ(j.shots, settings.shots);
+        EXPECT_EQ(j.echoes, recorded.echoes);
+        EXPECT_GT(j.echoes, settings.shots / 2);
+        EXPECT_LT(j.worst_time, 1e-6);
+        EXPECT_LE(j.worst_distance, 0.5001 * instrument::range_unit);
+        EXPECT_LT(j.strangest_reflectance, 60);
+    }
+}
+
+TEST_P(RecordingOfEachForm, FollowsFromItsSettingsByteForByte) {
+    scan_settings settings;
+    settings.shots = 5000;
+    settings.high_resolution = GetParam();
+    const scratch_file a;
+    const scratch_file b;
+    record(settings, a.name());
+    record(settings, b.name());
+    const std::string first = bytes_of(a.name());
+    EXPECT_EQ(first, bytes_of(b.name()));
+    settings.seed = 2;
+    record(settings, b.name());
+    EXPECT_NE(first, bytes_of(b.name()));
+}
+
+TEST_P(RecordingOfEachForm, KeepsTheTimeAcrossMidnight) {
+    scan_settings settings;
+    settings.shots = 20000;
+    settings.pulse_rate = 20000;
+    settings.start_time = 86398;
+    settings.high_resolution = GetParam();
+    const scratch_file file;
+    record(settings, file.name());
+    judge j(settings);
+    j.read(file.name());
+    EXPECT_EQ(j.shots, settings.shots);
+    EXPECT_LT(j.worst_time, 1e-6);
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorder, RecordingOfEachForm, ::testing::Bool(), [](const auto& about) {
+    return about.param ? std::string("HighResolution") : std::string("Plain");
+});
+
+TEST(Recorder, CountersWrapWithoutATrace) {
+    // Some seeds start near the end of the counter's circle.
+    int wrapped = 0;
+    for (std::uint64_t seed = 0; seed < 2000 && wrapped < 3; ++seed) {
+        scan_settings settings;
+        settings.seed = seed;
+        settings.shots = 5000;
+        settings.pulse_rate = 5000;
+        const instrument i(settings);
+        const scan_program p(settings);
+        const double end = settings.start_time + p.duration();
+        if (i.system_counter(end) >= i.system_counter(settings.start_time)) {
+            continue;
+        }
+        ++wrapped;
+        for (const bool high_resolution : {false, true}) {
+            settings.high_resolution = high_resolution;
+            const scratch_file file;
+            record(settings, file.name());
+            judge j(settings);
+            j.read(file.name());
+            EXPECT_EQ(j.shots, settings.shots);
+            EXPECT_LT(j.worst_time, 1e-6) << "seed " << seed;
+        }
+    }
+    EXPECT_EQ(wrapped, 3);
+}
+
+TEST(Recorder, WritesAWholeStreamForNoShots) {
+    scan_settings settings;
+    settings.shots = 0;
+    const scratch_file file;
+    const auto recorded = record(settings, file.name());
+    EXPECT_EQ(recorded.shots, 0U);
+    EXPECT_EQ(bytes_of(file.name()).size() % 4, 0U);
+    judge j(settings);
+    j.read(file.name());
+    EXPECT_EQ(j.shots, 0U);
+}
+
+TEST(ScanProgram, ShotsLieInTheMeasuredPartOfTheFacetsInTurn) {
+    scan_settings settings;
+    settings.shots = 10000;
+    scan_program p(settings);
+    double before = 0;
+    for (std::uint64_t n = 0; n < settings.shots; ++n) {
+        const shot s = p.next();
+        ASSERT_GT(s.pps_time, before);
+        before = s.pps_time;
+        ASSERT_EQ(s.line_counter / scan_program::counts_per_facet, s.line % scan_program::facets);
+        const double way = s.line_counter % scan_program::counts_per_facet *
+                           (scan_program::facet_way / scan_program::counts_per_facet);
+        ASSERT_GE(way, scan_program::first_angle - 0.001);
+        ASSERT_LE(way, scan_program::last_angle + 0.001);
+        ASSERT_LT(s.frame_counter, scan_program::frame_circle_count);
+    }
+    EXPECT_LE(before, settings.start_time + p.duration());
+}
+
+TEST(ScanProgram, RefusesLinesWithoutShots) {
+    scan_settings settings;
+    settings.pulse_rate = 1000;
+    settings.lines_per_second = 1000;
+    EXPECT_THROW(scan_program{settings}, std::invalid_argument);
+}
+
+TEST(Instrument, EchoesWeakenWithRangeUntilTheyDrown) {
+    const scan_settings settings;
+    const instrument i(settings);
+    random_source random(1);
+    echo_counts near{};
+    echo_counts far{};
+    ASSERT_TRUE(i.receive({20, 1, material::wall}, 0, random, near));
+    ASSERT_TRUE(i.receive({200, 1, material::wall}, 0, random, far));
+    EXPECT_GT(near.amplitude, far.amplitude + 1500);
+    EXPECT_EQ(far.range_counter, 800000);
+    EXPECT_FALSE(i.receive({50000, 1, material::water}, 0, random, far));
+}
+
+TEST(RecordingFile, TellsAFullDiskWithPathAndReason) {
+    recording_file file("/dev/full");
+    const std::string data(100000, 'x');
+    try {
+        file.write(data.data(), static_cast<std::int64_t>(data.size()));
+        file.close();
+        FAIL() << "the failure went unnoticed";
+    } catch (const output_error& e) {
+        EXPECT_STREQ(e.what(), "cannot write \"/dev/full\": No space left on device");
+    }
+}
+
+TEST(RecordingFile, TellsAFolderThatIsNotThere) {
+    EXPECT_THROW(recording_file("/no such folder/scan.rxp"), output_error);
+}
+
+} // namespace
+} // namespace simulator
