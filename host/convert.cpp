@@ -166,8 +166,10 @@ exit_code code_of_result(const conversion_result& result) {
         return exit_code::input_damaged;
     }
     if (!result.text.empty()) {
-        // A text without a failure of either side: the stream told too little, or there is none.
-        return result.summary.offset == 0 ? exit_code::input_unreadable : exit_code::input_damaged;
+        // What there was is stored, but it told too little; or there was no connection at all.
+        return result.text.find("cannot establish rconnection") == std::string::npos
+                   ? exit_code::input_damaged
+                   : exit_code::input_unreadable;
     }
     return exit_code::good;
 }

@@ -95,7 +95,7 @@ class judge : public scanlib::pointcloud {
 class RecordingOfEachForm : public ::testing::TestWithParam<bool> {};
 
 TEST_P(RecordingOfEachForm, PointsLieOnTheSurfacesAndTimesAreThoseOfThePulses) {
-    for (const std::uint64_t seed : {1, 2, 3, 4}) {
+    for (const std::uint64_t seed : {1U, 2U, 3U, 4U}) {
         scan_settings settings;
         settings.shots = 60000;
         settings.pulse_rate = 50000; // so that the recording lasts some seconds

@@ -20,7 +20,7 @@ vector3 some_origin(random_source& random) {
 }
 
 TEST(Scene, EachHitLiesOnASurface) {
-    for (const std::uint64_t seed : {1, 2, 3}) {
+    for (const std::uint64_t seed : {1U, 2U, 3U}) {
         const scene s(seed);
         random_source random(seed);
         hit_list hits;
