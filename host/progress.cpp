@@ -10,7 +10,8 @@ namespace host {
 namespace {
 
 constexpr auto bar_interval = std::chrono::milliseconds(100);
-constexpr auto line_interval = std::chrono::milliseconds(500); ///< short works stay silent
+constexpr auto line_interval = std::chrono::milliseconds(100);     ///< short works stay silent
+constexpr auto unknown_interval = std::chrono::milliseconds(2000); ///< where no share is known
 constexpr unsigned bar_width = 30;
 
 /// A total is an estimate: the end is not told before it is reached.
@@ -47,7 +48,7 @@ void progress_line::show(std::uint64_t done) {
         next_ = now + bar_interval;
         draw_bar(done);
     } else {
-        next_ = now + line_interval;
+        next_ = now + (total_ == 0 ? unknown_interval : line_interval);
         write_line(done);
     }
 }
