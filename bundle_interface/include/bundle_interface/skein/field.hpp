@@ -51,6 +51,7 @@ class Field : public Holdfast::ReferenceBase<Field>, public Holdfast::Ageable {
     Holdfast::Attributes attributes;
 
   private:
+    friend class Representation;
     void describe(const ElementDescription& element);
 
     std::shared_ptr<K7File> file_;

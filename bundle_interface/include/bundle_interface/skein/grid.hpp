@@ -20,8 +20,9 @@ class Representation : public Holdfast::ReferenceBase<Representation> {
     /// The identifier of the field `name`; the same one for each call with that name.
     Holdfast::WeakPtr<FieldID> makeFieldID(const std::string& name);
 
-    /// The field by that identifier, made if new. Neither the collection nor the array has a role.
-    /// Throws std::runtime_error if the identifier is gone.
+    /// The field by that identifier, made in the file if new. The collection has no role; the array
+    /// may be empty, else it tells the field's element type ahead of the first fragment. Throws
+    /// std::runtime_error if the identifier is gone or the file cannot take the field.
     FieldProxy makeField(const Holdfast::WeakPtr<FieldID>& id,
                          const Holdfast::StrongPtr<FragmentIDCollection>& fragments,
                          const Holdfast::StrongPtr<MemBase>& array);

@@ -1,0 +1,135 @@
+#include "bundle_interface/holdfast/chunk.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+namespace Holdfast {
+
+Buffer::Buffer(std::size_t bytes) {
+    if (bytes != 0) {
+        // Fresh pages come zeroed from the system; calloc passes that on without touching them.
+        data_ = static_cast<std::byte*>(std::calloc(bytes, 1));
+        if (data_ == nullptr) {
+            throw std::bad_alloc();
+        }
+        capacity_ = bytes;
+    }
+}
+
+Buffer::Buffer(std::size_t bytes, std::shared_ptr<BufferSlot> slot) {
+    if (slot) {
+        Buffer kept = slot->take();
+        if (kept.capacity_ >= bytes) {
+            swap(kept);
+        }
+    }
+    if (data_ == nullptr) {
+        Buffer fresh(bytes);
+        swap(fresh);
+    }
+    slot_ = std::move(slot);
+}
+
+Buffer::~Buffer() {
+    if (slot_ && data_ != nullptr) {
+        const std::shared_ptr<BufferSlot> slot = std::move(slot_);
+        slot->keep(std::move(*this));
+    }
+    std::free(data_);
+}
+
+void Buffer::swap(Buffer& other) noexcept {
+    std::swap(data_, other.data_);
+    std::swap(capacity_, other.capacity_);
+    std::swap(dirty_, other.dirty_);
+    std::swap(slot_, other.slot_);
+}
+
+void Buffer::zero(std::size_t from, std::size_t to) noexcept {
+    const std::size_t end = std::min(to, dirty_);
+    if (from < end) {
+        std::memset(data_ + from, 0, end - from);
+        if (end == dirty_) {
+            dirty_ = from;
+        }
+    }
+}
+
+void Buffer::grow(std::size_t bytes, std::size_t used) {
+    if (bytes <= capacity_) {
+        return;
+    }
+    Buffer larger(bytes);
+    if (used != 0) {
+        std::memcpy(larger.data_, data_, used);
+    }
+    larger.dirty_ = used;
+    std::swap(larger.slot_, slot_);
+    swap(larger);
+}
+
+Buffer BufferSlot::take() noexcept {
+    const std::lock_guard lock(mutex_);
+    return std::move(kept_);
+}
+
+void BufferSlot::keep(Buffer buffer) noexcept {
+    // A kept buffer knows no slot, else slot and buffer would keep each other alive.
+    buffer.slot_.reset();
+    const std::lock_guard lock(mutex_);
+    if (buffer.capacity_ > kept_.capacity_) {
+        buffer.swap(kept_);
+    }
+}
+
+std::atomic<std::uint64_t> ChunkBase::TotalMemsize{0};
+
+namespace {
+
+std::size_t byteCount(std::size_t size, std::size_t elementSize) {
+    if (size > std::numeric_limits<std::size_t>::max() / 2 / elementSize) {
+        throw std::length_error("Holdfast::Chunk: too many elements: " + std::to_string(size));
+    }
+    return size * elementSize;
+}
+
+} // namespace
+
+ChunkBase::ChunkBase(std::size_t size, std::size_t elementSize, std::shared_ptr<BufferSlot> slot)
+    : buffer_(byteCount(size, elementSize), std::move(slot))
+    , size_(size)
+    , elementSize_(elementSize) {
+    buffer_.zero(0, bytes());
+    TotalMemsize.fetch_add(bytes(), std::memory_order_relaxed);
+}
+
+ChunkBase::~ChunkBase() {
+    TotalMemsize.fetch_sub(bytes(), std::memory_order_relaxed);
+}
+
+void ChunkBase::reserve(std::size_t size, std::size_t keep) {
+    buffer_.grow(byteCount(size, elementSize_),
+                 std::max(bytes(), std::min(keep, capacity()) * elementSize_));
+}
+
+void ChunkBase::resizeUnfilled(std::size_t size) noexcept {
+    TotalMemsize.fetch_sub(bytes(), std::memory_order_relaxed);
+    size_ = std::min(size, capacity());
+    TotalMemsize.fetch_add(bytes(), std::memory_order_relaxed);
+    buffer_.markDirty(bytes());
+}
+
+void ChunkBase::resize(std::size_t size) {
+    const std::size_t before = bytes();
+    reserve(size);
+    const std::size_t after = byteCount(size, elementSize_);
+    buffer_.zero(before, after);
+    size_ = size;
+    TotalMemsize.fetch_add(after - before, std::memory_order_relaxed);
+}
+
+} // namespace Holdfast

@@ -1,0 +1,202 @@
+#include "commit_file.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Skein {
+
+namespace {
+
+std::string textOf(int cause) {
+    return std::generic_category().message(cause);
+}
+
+} // namespace
+
+CommitFile::CommitFile(const std::string& path)
+    : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+    if (descriptor_ < 0) {
+        throw std::runtime_error("cannot create " + path + ": " + textOf(errno));
+    }
+}
+
+CommitFile::~CommitFile() {
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
+    }
+}
+
+bool CommitFile::fail(const char* action, int cause) {
+    if (error_.empty()) {
+        error_ = std::string(action) + ": " + textOf(cause);
+    }
+    return false;
+}
+
+bool CommitFile::writeAll(std::uint64_t at, const std::byte* bytes, std::size_t count) {
+    while (count != 0) {
+        const ssize_t n = ::pwrite(descriptor_, bytes, count, static_cast<off_t>(at));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return fail("write", n < 0 ? errno : EIO);
+        }
+        at += static_cast<std::uint64_t>(n);
+        bytes += n;
+        count -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t count) {
+    if (rolled_back_) {
+        return true;
+    }
+    end_ = std::max(end_, at + count);
+    return writeAll(at, static_cast<const std::byte*>(bytes), count);
+}
+
+void CommitFile::cutHeld(std::uint64_t from, std::uint64_t to) {
+    auto it = held_.upper_bound(from);
+    if (it != held_.begin()) {
+        --it;
+    }
+    while (it != held_.end() && it->first < to) {
+        const std::uint64_t start = it->first;
+        const std::uint64_t stop = start + it->second.size();
+        if (stop <= from) {
+            ++it;
+            continue;
+        }
+        if (stop > to) {
+            const auto tail = static_cast<std::ptrdiff_t>(to - start);
+            held_.emplace(to, Bytes(it->second.begin() + tail, it->second.end()));
+        }
+        if (start < from) {
+            it->second.resize(static_cast<std::size_t>(from - start));
+            ++it;
+        } else {
+            it = held_.erase(it);
+        }
+    }
+}
+
+bool CommitFile::writeStructure(std::uint64_t at, const void* bytes, std::size_t count) {
+    if (rolled_back_ || count == 0) {
+        return true;
+    }
+    cutHeld(at, at + count);
+    const auto* first = static_cast<const std::byte*>(bytes);
+    held_.emplace(at, Bytes(first, first + count));
+    end_ = std::max(end_, at + count);
+    return true;
+}
+
+bool CommitFile::read(std::uint64_t at, void* bytes, std::size_t count) {
+    auto* const to = static_cast<std::byte*>(bytes);
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t n =
+            ::pread(descriptor_, to + done, count - done, static_cast<off_t>(at + done));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0) {
+            return fail("read", errno);
+        }
+        if (n == 0) {
+            std::memset(to + done, 0, count - done);
+            break;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    auto it = held_.upper_bound(at);
+    if (it != held_.begin()) {
+        --it;
+    }
+    for (; it != held_.end() && it->first < at + count; ++it) {
+        const std::uint64_t from = std::max(at, it->first);
+        const std::uint64_t stop = std::min(at + count, it->first + it->second.size());
+        if (from < stop) {
+            std::memcpy(to + (from - at), it->second.data() + (from - it->first), stop - from);
+        }
+    }
+    return true;
+}
+
+bool CommitFile::writeHeld(std::uint64_t from, std::uint64_t to) {
+    auto it = held_.upper_bound(from);
+    if (it != held_.begin()) {
+        --it;
+    }
+    for (; it != held_.end() && it->first < to; ++it) {
+        const std::uint64_t first = std::max(from, it->first);
+        const std::uint64_t stop = std::min(to, it->first + it->second.size());
+        if (first < stop && !writeAll(first, it->second.data() + (first - it->first),
+                                      static_cast<std::size_t>(stop - first))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CommitFile::setSize(std::uint64_t size) {
+    if (::ftruncate(descriptor_, static_cast<off_t>(size)) != 0) {
+        return fail("set the size", errno);
+    }
+    return true;
+}
+
+bool CommitFile::commit(std::uint64_t end) {
+    if (rolled_back_) {
+        return true;
+    }
+    constexpr std::uint64_t beyond = std::numeric_limits<std::uint64_t>::max();
+    const std::uint64_t in_place = std::max(committed_, head_size);
+    // The size grows before the head names it and shrinks only after.
+    if ((end > committed_ && !setSize(end)) || !writeHeld(in_place, beyond) ||
+        !writeHeld(0, head_size) || !writeHeld(head_size, in_place) ||
+        (end < committed_ && !setSize(end))) {
+        return false;
+    }
+    held_.clear();
+    committed_ = end;
+    end_ = end;
+    return true;
+}
+
+void CommitFile::rollBack() noexcept {
+    if (rolled_back_) {
+        return;
+    }
+    rolled_back_ = true;
+    held_.clear();
+    end_ = committed_;
+    // A tail that stays because the cut fails is no part of what the head describes.
+    [[maybe_unused]] const int cut = ::ftruncate(descriptor_, static_cast<off_t>(committed_));
+}
+
+bool CommitFile::close() {
+    struct stat info = {};
+    const bool known = ::fstat(descriptor_, &info) == 0;
+    const int cause = known ? EIO : errno;
+    const bool whole = known && static_cast<std::uint64_t>(info.st_size) == committed_;
+    const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
+    if (!whole) {
+        return fail("check the size", cause);
+    }
+    return closed || fail("close", errno);
+}
+
+} // namespace Skein

@@ -1,0 +1,588 @@
+#include "k7_file.hpp"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <mutex>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <hdf5.h>
+
+#include "bundle_interface/holdfast/console.hpp"
+#include "commit_file.hpp"
+
+namespace Skein {
+
+namespace {
+
+constexpr const char* format_name = "K7";
+constexpr const char* creator = "rxp2k7";
+constexpr std::uint32_t format_version = 1;
+
+// Links and attributes stay in the header of their group up to these counts, so that adding one
+// changes a single piece of the file in place. Beyond, the library's index structures take over.
+constexpr unsigned most_header_links = 64;
+constexpr unsigned most_header_attributes = 64;
+
+constexpr std::size_t default_chunk_bytes = std::size_t{1} << 20;
+constexpr std::size_t largest_chunk_bytes = std::numeric_limits<std::uint32_t>::max();
+
+/// What the storage library said; perform() adds action and path.
+struct Failure {
+    std::string cause;
+};
+
+/// The storage library is not safe between threads.
+std::mutex& libraryMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+/// Keeps the library from printing its error stack while it lives.
+class Quiet {
+  public:
+    Quiet() {
+        H5Eget_auto2(H5E_DEFAULT, &function_, &data_);
+        H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+    }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+    ~Quiet() { H5Eset_auto2(H5E_DEFAULT, function_, data_); }
+
+  private:
+    H5E_auto2_t function_ = nullptr;
+    void* data_ = nullptr;
+};
+
+extern "C" {
+static herr_t keepInnermost(unsigned, const H5E_error2_t* entry, void* text) {
+    try {
+        *static_cast<std::string*>(text) = entry->desc != nullptr ? entry->desc : "";
+    } catch (...) {
+        return -1;
+    }
+    return 0;
+}
+}
+
+[[noreturn]] void failFromStack() {
+    std::string text;
+    H5Ewalk2(H5E_DEFAULT, H5E_WALK_DOWNWARD, keepInnermost, &text);
+    throw Failure{text.empty() ? "unknown failure of the storage library" : text};
+}
+
+template<class Result>
+Result check(Result result) {
+    if (result < 0) {
+        failFromStack();
+    }
+    return result;
+}
+
+/// Owns an identifier of the library.
+class Handle {
+  public:
+    using Closer = herr_t (*)(hid_t);
+
+    Handle() noexcept = default;
+    Handle(hid_t id, Closer closer) : id_(check(id)), closer_(closer) {}
+    Handle(Handle&& other) noexcept
+        : id_(std::exchange(other.id_, H5I_INVALID_HID)), closer_(other.closer_) {}
+    Handle& operator=(Handle&& other) noexcept {
+        std::swap(id_, other.id_);
+        std::swap(closer_, other.closer_);
+        return *this;
+    }
+    ~Handle() {
+        if (id_ >= 0) {
+            closer_(id_);
+        }
+    }
+
+    operator hid_t() const noexcept { return id_; }
+    void close() { check(closer_(std::exchange(id_, H5I_INVALID_HID))); }
+
+  private:
+    hid_t id_ = H5I_INVALID_HID;
+    Closer closer_ = nullptr;
+};
+
+// The file driver: hands the library's reads and writes to a CommitFile.
+// ------------------------------------------
+
+struct Medium {
+    H5FD_t base; // must be first
+    CommitFile* file;
+    haddr_t end;
+};
+
+struct MediumInfo {
+    CommitFile* file;
+};
+
+Medium* mediumOf(H5FD_t* file) {
+    return reinterpret_cast<Medium*>(file);
+}
+
+const Medium* mediumOf(const H5FD_t* file) {
+    return reinterpret_cast<const Medium*>(file);
+}
+
+herr_t resultOf(bool success) {
+    return success ? 0 : -1;
+}
+
+/// Runs a callback of the driver; exceptions must not pass through the library.
+template<class Action>
+herr_t guarded(Action&& action) noexcept {
+    try {
+        return resultOf(action());
+    } catch (...) {
+        return -1;
+    }
+}
+
+extern "C" {
+static H5FD_t* mediumOpen(const char*, unsigned, hid_t access, haddr_t) {
+    const auto* info = static_cast<const MediumInfo*>(H5Pget_driver_info(access));
+    if (info == nullptr) {
+        return nullptr;
+    }
+    auto* medium = new (std::nothrow) Medium{};
+    if (medium != nullptr) {
+        medium->file = info->file;
+    }
+    return reinterpret_cast<H5FD_t*>(medium);
+}
+
+static herr_t mediumClose(H5FD_t* file) {
+    Medium* medium = mediumOf(file);
+    const herr_t result = guarded([&] { return medium->file->commit(medium->end); });
+    delete medium;
+    return result;
+}
+
+static int mediumCompare(const H5FD_t* a, const H5FD_t* b) {
+    const std::less<const CommitFile*> less;
+    const CommitFile* fa = mediumOf(a)->file;
+    const CommitFile* fb = mediumOf(b)->file;
+    return less(fa, fb) ? -1 : less(fb, fa) ? 1 : 0;
+}
+
+static herr_t mediumQuery(const H5FD_t*, unsigned long* flags) {
+    // No block aggregation: every new piece then lies beyond the committed end, as CommitFile wants
+    // it.
+    *flags = 0;
+    return 0;
+}
+
+static haddr_t mediumEnd(const H5FD_t* file, H5FD_mem_t) {
+    return mediumOf(file)->end;
+}
+
+static herr_t mediumSetEnd(H5FD_t* file, H5FD_mem_t, haddr_t end) {
+    mediumOf(file)->end = end;
+    return 0;
+}
+
+static haddr_t mediumFileEnd(const H5FD_t* file, H5FD_mem_t) {
+    return mediumOf(file)->file->end();
+}
+
+static herr_t mediumRead(H5FD_t* file, H5FD_mem_t, hid_t, haddr_t at, size_t count, void* bytes) {
+    return guarded([&] { return mediumOf(file)->file->read(at, bytes, count); });
+}
+
+static herr_t mediumWrite(H5FD_t* file, H5FD_mem_t type, hid_t, haddr_t at, size_t count,
+                          const void* bytes) {
+    CommitFile& to = *mediumOf(file)->file;
+    return guarded([&] {
+        return type == H5FD_MEM_DRAW ? to.writeData(at, bytes, count)
+                                     : to.writeStructure(at, bytes, count);
+    });
+}
+
+static herr_t mediumFlush(H5FD_t* file, hid_t, hbool_t) {
+    Medium* medium = mediumOf(file);
+    return guarded([&] { return medium->file->commit(medium->end); });
+}
+
+// The size is set by each commit.
+static herr_t mediumTruncate(H5FD_t*, hid_t, hbool_t) {
+    return 0;
+}
+}
+
+const H5FD_class_t& mediumClass() {
+    static const H5FD_class_t instance = [] {
+        H5FD_class_t c = {};
+#if H5_VERSION_GE(1, 13, 0)
+        c.version = H5FD_CLASS_VERSION;
+        c.value = static_cast<H5FD_class_value_t>(H5_VFD_RESERVED + 7);
+#endif
+        c.name = "rxp2k7";
+        c.maxaddr = static_cast<haddr_t>(std::numeric_limits<std::int64_t>::max());
+        c.fc_degree = H5F_CLOSE_STRONG;
+        c.fapl_size = sizeof(MediumInfo);
+        c.open = mediumOpen;
+        c.close = mediumClose;
+        c.cmp = mediumCompare;
+        c.query = mediumQuery;
+        c.get_eoa = mediumEnd;
+        c.set_eoa = mediumSetEnd;
+        c.get_eof = mediumFileEnd;
+        c.read = mediumRead;
+        c.write = mediumWrite;
+        c.flush = mediumFlush;
+        c.truncate = mediumTruncate;
+        const H5FD_mem_t lists[] = H5FD_FLMAP_DICHOTOMY;
+        std::copy(std::begin(lists), std::end(lists), std::begin(c.fl_map));
+        // Texts are structure: freed room of theirs must not take column data.
+        c.fl_map[H5FD_MEM_GHEAP] = H5FD_MEM_SUPER;
+        return c;
+    }();
+    return instance;
+}
+
+// Types and property lists.
+// ----------------------------------------------------------------------------------------
+
+struct TypePair {
+    hid_t file;
+    hid_t memory;
+};
+
+TypePair typesOf(const std::type_info& component) {
+    if (component == typeid(double)) {
+        return {H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE};
+    }
+    if (component == typeid(float)) {
+        return {H5T_IEEE_F32LE, H5T_NATIVE_FLOAT};
+    }
+    if (component == typeid(unsigned short)) {
+        return {H5T_STD_U16LE, H5T_NATIVE_USHORT};
+    }
+    return {H5T_STD_U8LE, H5T_NATIVE_UCHAR};
+}
+
+struct ScalarBytes {
+    TypePair operator()(double) const { return {H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE}; }
+    TypePair operator()(std::uint32_t) const { return {H5T_STD_U32LE, H5T_NATIVE_UINT32}; }
+    TypePair operator()(std::int32_t) const { return {H5T_STD_I32LE, H5T_NATIVE_INT32}; }
+    TypePair operator()(std::uint16_t) const { return {H5T_STD_U16LE, H5T_NATIVE_UINT16}; }
+};
+
+Handle fileAccess(CommitFile* medium) {
+    // Registered anew if the library was shut down and started again since.
+    const Handle driver(H5FDregister(&mediumClass()), H5FDunregister);
+    Handle access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
+    const MediumInfo info = {medium};
+    check(H5Pset_driver(access, driver, &info));
+    check(H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18));
+    check(H5Pset_fclose_degree(access, H5F_CLOSE_STRONG));
+    return access;
+}
+
+/// Creation list of groups, or with H5P_FILE_CREATE of the root group.
+Handle groupCreation(hid_t kind) {
+    Handle list(H5Pcreate(kind), H5Pclose);
+    check(H5Pset_link_phase_change(list, most_header_links, most_header_links - 1));
+    check(H5Pset_attr_phase_change(list, most_header_attributes, most_header_attributes - 1));
+    check(H5Pset_obj_track_times(list, false)); // reruns give the same bytes
+    return list;
+}
+
+Handle groupAt(hid_t file, const std::string& path) {
+    return Handle(H5Oopen(file, path.c_str(), H5P_DEFAULT), H5Oclose);
+}
+
+/// Whether the attribute has that type and shape already, so that its value can be replaced in
+/// place.
+bool fits(hid_t attribute, hid_t type, hid_t space) {
+    const Handle present_type(H5Aget_type(attribute), H5Tclose);
+    const Handle present_space(H5Aget_space(attribute), H5Sclose);
+    return check(H5Tequal(present_type, type)) > 0 &&
+           check(H5Sextent_equal(present_space, space)) > 0;
+}
+
+void setAttribute(hid_t object, const std::string& name, TypePair types, hid_t space,
+                  const void* value) {
+    Handle attribute;
+    if (check(H5Aexists(object, name.c_str())) > 0) {
+        attribute = Handle(H5Aopen(object, name.c_str(), H5P_DEFAULT), H5Aclose);
+        if (!fits(attribute, types.file, space)) {
+            attribute.close();
+            check(H5Adelete(object, name.c_str()));
+            attribute = Handle();
+        }
+    }
+    if (attribute < 0) {
+        attribute =
+            Handle(H5Acreate2(object, name.c_str(), types.file, space, H5P_DEFAULT, H5P_DEFAULT),
+                   H5Aclose);
+    }
+    check(H5Awrite(attribute, types.memory, value));
+    attribute.close();
+}
+
+} // namespace
+
+// K7File.
+// ----------------------------------------------------------------------------------------------------------
+
+struct K7File::State {
+    std::string path;
+    std::string part;
+    std::unique_ptr<CommitFile> medium;
+    Handle file;
+    Handle group_creation;
+    std::size_t chunk_rows = 0;
+    unsigned deflate_level = 0;
+    bool chunked = false;
+    bool shuffle = false;
+    std::string failure;
+    bool finished = false;
+    bool abandoned = false;
+
+    template<class Action>
+    void perform(const std::string& action, Action&& run);
+    void fail(const std::string& action, const std::string& cause);
+    void create();
+    void flush();
+    Handle datasetCreation(const MemBase& array, const std::vector<hsize_t>& shape) const;
+    void closeLibraryFile() noexcept;
+};
+
+/// Runs one operation under the lock, and makes its failure the file's last.
+template<class Action>
+void K7File::State::perform(const std::string& action, Action&& run) {
+    const std::lock_guard lock(libraryMutex());
+    if (!failure.empty()) {
+        throw std::runtime_error(failure);
+    }
+    if (finished || abandoned) {
+        throw std::runtime_error("K7: cannot " + action + " in " + path + ": the file is closed");
+    }
+    const Quiet quiet;
+    try {
+        run();
+    } catch (const Failure& f) {
+        fail(action, medium && !medium->error().empty() ? medium->error() : f.cause);
+    } catch (const std::exception& e) {
+        fail(action, e.what());
+    }
+}
+
+void K7File::State::fail(const std::string& action, const std::string& cause) {
+    failure = "K7: cannot " + action + " in " + part + ": " + cause;
+    if (medium) {
+        medium->rollBack();
+    }
+    throw std::runtime_error(failure);
+}
+
+void K7File::State::create() {
+    medium = std::make_unique<CommitFile>(part);
+    const Handle access = fileAccess(medium.get());
+    const Handle creation = groupCreation(H5P_FILE_CREATE);
+    file = Handle(H5Fcreate(part.c_str(), H5F_ACC_TRUNC, creation, access), H5Fclose);
+    group_creation = groupCreation(H5P_GROUP_CREATE);
+}
+
+void K7File::State::flush() {
+    check(H5Fflush(file, H5F_SCOPE_GLOBAL));
+    if (!medium->error().empty()) {
+        throw Failure{medium->error()};
+    }
+}
+
+void K7File::State::closeLibraryFile() noexcept {
+    group_creation = Handle();
+    file = Handle();
+}
+
+Handle K7File::State::datasetCreation(const MemBase& array,
+                                      const std::vector<hsize_t>& shape) const {
+    Handle list(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
+    check(H5Pset_obj_track_times(list, false));
+    const std::size_t row_bytes = array.width() * array.element().elementSize;
+    if (!chunked || array.rows() == 0 || row_bytes == 0 || row_bytes > largest_chunk_bytes) {
+        // The whole array is written right after; filling it first would write all of it twice.
+        check(H5Pset_fill_time(list, H5D_FILL_TIME_NEVER));
+        return list;
+    }
+    const std::size_t wanted =
+        chunk_rows != 0 ? chunk_rows : std::max<std::size_t>(1, default_chunk_bytes / row_bytes);
+    std::vector<hsize_t> chunk = shape;
+    chunk[0] = std::min({wanted, array.rows(), largest_chunk_bytes / row_bytes});
+    check(H5Pset_chunk(list, static_cast<int>(chunk.size()), chunk.data()));
+    if (shuffle) {
+        check(H5Pset_shuffle(list));
+    }
+    if (deflate_level != 0) {
+        check(H5Pset_deflate(list, deflate_level));
+    }
+    return list;
+}
+
+K7File::K7File(const std::string& path, const StorageTransformations* transformations)
+    : state_(std::make_unique<State>()) {
+    State& s = *state_;
+    s.path = path;
+    s.part = path + ".part";
+    if (transformations != nullptr) {
+        s.chunked = transformations->chunked();
+        s.chunk_rows = transformations->ChunkRows;
+        s.shuffle = transformations->Shuffle;
+        s.deflate_level = std::min(transformations->DeflateLevel, std::uint32_t{9});
+    }
+    s.perform("create the bundle", [&] {
+        if (std::filesystem::is_directory(path)) {
+            throw Failure{path + " is a directory"};
+        }
+        s.create();
+    });
+    setText("/", "Format", format_name);
+    setScalar("/", "FormatVersion", format_version);
+    setText("/", "Creator", creator);
+    // From here on the .part opens, whenever the process ends.
+    flush();
+}
+
+K7File::~K7File() {
+    try {
+        finish();
+    } catch (const std::exception& e) {
+        Holdfast::Console() << e.what();
+    }
+    const std::lock_guard lock(libraryMutex());
+    const Quiet quiet;
+    state_->closeLibraryFile();
+}
+
+void K7File::makeGroup(const std::string& path) {
+    State& s = *state_;
+    s.perform("make " + path, [&] {
+        if (check(H5Lexists(s.file, path.c_str(), H5P_DEFAULT)) == 0) {
+            Handle(H5Gcreate2(s.file, path.c_str(), H5P_DEFAULT, s.group_creation, H5P_DEFAULT),
+                   H5Gclose)
+                .close();
+        }
+    });
+}
+
+void K7File::setScalar(const std::string& path, const std::string& name, const Scalar& value) {
+    State& s = *state_;
+    s.perform("set attribute " + name + " of " + path, [&] {
+        const Handle group = groupAt(s.file, path);
+        const Handle space(H5Screate(H5S_SCALAR), H5Sclose);
+        std::visit([&](const auto& v) { setAttribute(group, name, ScalarBytes()(v), space, &v); },
+                   value);
+    });
+}
+
+void K7File::setText(const std::string& path, const std::string& name, const std::string& text) {
+    State& s = *state_;
+    s.perform("set attribute " + name + " of " + path, [&] {
+        const Handle group = groupAt(s.file, path);
+        const Handle type(H5Tcopy(H5T_C_S1), H5Tclose);
+        check(H5Tset_size(type, H5T_VARIABLE));
+        check(H5Tset_cset(type, H5T_CSET_UTF8));
+        const Handle space(H5Screate(H5S_SCALAR), H5Sclose);
+        const char* value = text.c_str();
+        setAttribute(group, name, {type, type}, space, &value);
+    });
+}
+
+void K7File::setArray(const std::string& path, const std::string& name,
+                      const Holdfast::ChunkBase& values) {
+    State& s = *state_;
+    s.perform("set attribute " + name + " of " + path, [&] {
+        const ElementDescription element = describeElement(values.elementType());
+        const std::array<hsize_t, 2> shape = {values.size(), element.components};
+        const Handle space(H5Screate_simple(element.components == 1 ? 1 : 2, shape.data(), nullptr),
+                           H5Sclose);
+        setAttribute(groupAt(s.file, path), name, typesOf(*element.componentType), space,
+                     values.raw());
+    });
+}
+
+void K7File::store(const std::string& path, const std::string& name, const MemBase& array) {
+    State& s = *state_;
+    s.perform("store " + path + "/" + name, [&] {
+        const ElementDescription element = array.element();
+        std::vector<hsize_t> shape = {array.rows()};
+        if (array.rank() == 2) {
+            shape.push_back(array.width());
+        }
+        if (element.components != 1) {
+            shape.push_back(element.components);
+        }
+        const Handle group = groupAt(s.file, path);
+        const Handle space(H5Screate_simple(static_cast<int>(shape.size()), shape.data(), nullptr),
+                           H5Sclose);
+        const Handle creation = s.datasetCreation(array, shape);
+        const TypePair types = typesOf(*element.componentType);
+        Handle dataset(H5Dcreate2(group, memberPath("", name).c_str() + 1, types.file, space,
+                                  H5P_DEFAULT, creation, H5P_DEFAULT),
+                       H5Dclose);
+        if (array.rows() != 0 && array.width() != 0) {
+            check(H5Dwrite(dataset, types.memory, H5S_ALL, H5S_ALL, H5P_DEFAULT, array.raw()));
+        }
+        dataset.close();
+    });
+}
+
+void K7File::flush() {
+    state_->perform("flush", [&] { state_->flush(); });
+}
+
+void K7File::finish() {
+    State& s = *state_;
+    if (s.abandoned || (s.finished && s.failure.empty())) {
+        return;
+    }
+    s.perform("finish the bundle", [&] {
+        s.flush();
+        s.group_creation.close();
+        s.file.close();
+        if (!s.medium->error().empty() || !s.medium->close()) {
+            throw Failure{s.medium->error()};
+        }
+        std::error_code cause;
+        std::filesystem::rename(s.part, s.path, cause);
+        if (cause) {
+            throw Failure{"rename to " + s.path + ": " + cause.message()};
+        }
+        s.finished = true;
+    });
+}
+
+void K7File::abandon() noexcept {
+    State& s = *state_;
+    const std::lock_guard lock(libraryMutex());
+    if (s.finished || s.abandoned || !s.failure.empty()) {
+        return;
+    }
+    const Quiet quiet;
+    s.abandoned = true;
+    s.medium->rollBack();
+    s.closeLibraryFile();
+}
+
+std::uint64_t K7File::size() const {
+    const std::lock_guard lock(libraryMutex());
+    return state_->medium ? state_->medium->end() : 0;
+}
+
+bool K7File::failed() const noexcept {
+    const std::lock_guard lock(libraryMutex());
+    return !state_->failure.empty();
+}
+
+} // namespace Skein

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <variant>
+
+#include "bundle_interface/holdfast/attributes.hpp"
+#include "bundle_interface/skein/mem_array.hpp"
+#include "bundle_interface/skein/storage_transformations.hpp"
+
+namespace Skein {
+
+/// A K7 file being written. Paths name groups within it. Safe between threads, also between files,
+/// because one lock serves the storage library, which has none of its own.
+///
+/// Operations throw std::runtime_error with the action, the file's path and the cause. The first
+/// failure of any of them is final: the file is rolled back to the last flush, and each later
+/// operation throws the same text.
+class K7File {
+  public:
+    using Scalar = std::variant<double, std::uint32_t, std::int32_t, std::uint16_t>;
+
+    /// Creates `path`.part. `transformations` may be null.
+    K7File(const std::string& path, const StorageTransformations* transformations);
+    K7File(const K7File&) = delete;
+    K7File& operator=(const K7File&) = delete;
+    /// Finishes the file if neither finish nor abandon was called; a failure is told on the
+    /// console.
+    ~K7File();
+
+    /// Makes the group if it is not there. Its parent is.
+    void makeGroup(const std::string& path);
+    /// Set or replace an attribute of a group.
+    void setScalar(const std::string& path, const std::string& name, const Scalar& value);
+    void setText(const std::string& path, const std::string& name, const std::string& text);
+    void setArray(const std::string& path, const std::string& name,
+                  const Holdfast::ChunkBase& values);
+    /// Stores the array as the dataset `name` of a group, from the array's own memory.
+    void store(const std::string& path, const std::string& name, const MemBase& array);
+
+    /// Makes all of the above safe against the end of the process.
+    void flush();
+    /// Flushes, closes and gives the file its name. Does nothing after success or after abandon.
+    void finish();
+    /// Closes without finishing; the .part stays as the last flush left it.
+    void abandon() noexcept;
+
+    /// Bytes of the file.
+    std::uint64_t size() const;
+    bool failed() const noexcept;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// Stores the attributes of the group `path` of `file`.
+Holdfast::Attributes attributesOf(const std::shared_ptr<K7File>& file, const std::string& path);
+
+/// `parent` and `name` joined. Throws std::runtime_error for a name that cannot stand in a path.
+std::string memberPath(const std::string& parent, const std::string& name);
+
+} // namespace Skein
