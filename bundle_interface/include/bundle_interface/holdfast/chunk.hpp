@@ -89,6 +89,11 @@ class ChunkBase : public ReferenceBase<ChunkBase> {
     /// written there through data(), zeros, or values of an earlier user of the buffer. `size` is
     /// at most capacity().
     void resizeUnfilled(std::size_t size) noexcept;
+    /// Zeroes what an earlier user of the buffer left in the elements [from, to), which fit the
+    /// capacity.
+    void clearOld(std::size_t from, std::size_t to) noexcept {
+        buffer_.zero(from * elementSize_, to * elementSize_);
+    }
     /// Makes room for `size` elements without changing their number; what was written beyond size()
     /// is kept up to `keep` elements. Throws as resize does.
     void reserve(std::size_t size, std::size_t keep = 0);
