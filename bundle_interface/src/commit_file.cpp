@@ -63,6 +63,10 @@ bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t coun
     if (rolled_back_) {
         return true;
     }
+    if (at < committed_) {
+        return writeStructure(at, bytes, count);
+    }
+    cutHeld(at, at + count);
     end_ = std::max(end_, at + count);
     return writeAll(at, static_cast<const std::byte*>(bytes), count);
 }

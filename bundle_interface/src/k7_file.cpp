@@ -13,7 +13,6 @@
 
 #include <hdf5.h>
 
-#include "bundle_interface/holdfast/console.hpp"
 #include "commit_file.hpp"
 
 namespace Skein {
@@ -24,9 +23,14 @@ constexpr const char* format_name = "K7";
 constexpr const char* creator = "rxp2k7";
 constexpr std::uint32_t format_version = 1;
 
-// Links and attributes stay in the header of their group up to these counts, so that adding one
-// changes a single piece of the file in place. Beyond, the library's index structures take over.
-constexpr unsigned most_header_links = 64;
+// Links and attributes stay in the header of their group up to these counts. The header of a field
+// has room for all of its links from the start, so that adding a fragment changes one piece of the
+// file in place and nothing that is spread over several. Beyond, the library's index structures
+// take over, which change in several pieces; much larger counts would make each new link slower
+// instead, since headers are searched one by one.
+constexpr unsigned most_header_links = 128;
+constexpr unsigned few_links = 8;
+constexpr unsigned expected_name_length = 12; // of "Fragment_<n>"
 constexpr unsigned most_header_attributes = 64;
 
 constexpr std::size_t default_chunk_bytes = std::size_t{1} << 20;
@@ -277,21 +281,30 @@ struct ScalarBytes {
     TypePair operator()(std::uint16_t) const { return {H5T_STD_U16LE, H5T_NATIVE_UINT16}; }
 };
 
+/// The registered driver. Stays registered: the library calls it even after it gave up its own
+/// reference. Registered anew if the library was shut down and started again since.
+hid_t mediumDriver() {
+    static hid_t driver = H5I_INVALID_HID;
+    if (driver < 0 || H5Iget_type(driver) != H5I_VFL) {
+        driver = check(H5FDregister(&mediumClass()));
+    }
+    return driver;
+}
+
 Handle fileAccess(CommitFile* medium) {
-    // Registered anew if the library was shut down and started again since.
-    const Handle driver(H5FDregister(&mediumClass()), H5FDunregister);
     Handle access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
     const MediumInfo info = {medium};
-    check(H5Pset_driver(access, driver, &info));
+    check(H5Pset_driver(access, mediumDriver(), &info));
     check(H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18));
     check(H5Pset_fclose_degree(access, H5F_CLOSE_STRONG));
     return access;
 }
 
 /// Creation list of groups, or with H5P_FILE_CREATE of the root group.
-Handle groupCreation(hid_t kind) {
+Handle groupCreation(hid_t kind, unsigned expected_links) {
     Handle list(H5Pcreate(kind), H5Pclose);
     check(H5Pset_link_phase_change(list, most_header_links, most_header_links - 1));
+    check(H5Pset_est_link_info(list, expected_links, expected_name_length));
     check(H5Pset_attr_phase_change(list, most_header_attributes, most_header_attributes - 1));
     check(H5Pset_obj_track_times(list, false)); // reruns give the same bytes
     return list;
@@ -341,6 +354,7 @@ struct K7File::State {
     std::unique_ptr<CommitFile> medium;
     Handle file;
     Handle group_creation;
+    Handle field_creation; // groups with many members
     std::size_t chunk_rows = 0;
     unsigned deflate_level = 0;
     bool chunked = false;
@@ -389,9 +403,10 @@ void K7File::State::fail(const std::string& action, const std::string& cause) {
 void K7File::State::create() {
     medium = std::make_unique<CommitFile>(part);
     const Handle access = fileAccess(medium.get());
-    const Handle creation = groupCreation(H5P_FILE_CREATE);
+    const Handle creation = groupCreation(H5P_FILE_CREATE, few_links);
     file = Handle(H5Fcreate(part.c_str(), H5F_ACC_TRUNC, creation, access), H5Fclose);
-    group_creation = groupCreation(H5P_GROUP_CREATE);
+    group_creation = groupCreation(H5P_GROUP_CREATE, few_links);
+    field_creation = groupCreation(H5P_GROUP_CREATE, most_header_links);
 }
 
 void K7File::State::flush() {
@@ -403,6 +418,7 @@ void K7File::State::flush() {
 
 void K7File::State::closeLibraryFile() noexcept {
     group_creation = Handle();
+    field_creation = Handle();
     file = Handle();
 }
 
@@ -455,22 +471,18 @@ K7File::K7File(const std::string& path, const StorageTransformations* transforma
 }
 
 K7File::~K7File() {
-    try {
-        finish();
-    } catch (const std::exception& e) {
-        Holdfast::Console() << e.what();
-    }
+    abandon();
     const std::lock_guard lock(libraryMutex());
     const Quiet quiet;
     state_->closeLibraryFile();
 }
 
-void K7File::makeGroup(const std::string& path) {
+void K7File::makeGroup(const std::string& path, Members members) {
     State& s = *state_;
     s.perform("make " + path, [&] {
         if (check(H5Lexists(s.file, path.c_str(), H5P_DEFAULT)) == 0) {
-            Handle(H5Gcreate2(s.file, path.c_str(), H5P_DEFAULT, s.group_creation, H5P_DEFAULT),
-                   H5Gclose)
+            const Handle& creation = members == Members::many ? s.field_creation : s.group_creation;
+            Handle(H5Gcreate2(s.file, path.c_str(), H5P_DEFAULT, creation, H5P_DEFAULT), H5Gclose)
                 .close();
         }
     });
@@ -550,6 +562,7 @@ void K7File::finish() {
     s.perform("finish the bundle", [&] {
         s.flush();
         s.group_creation.close();
+        s.field_creation.close();
         s.file.close();
         if (!s.medium->error().empty() || !s.medium->close()) {
             throw Failure{s.medium->error()};

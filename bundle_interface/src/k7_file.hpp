@@ -29,8 +29,11 @@ class K7File {
     /// console.
     ~K7File();
 
+    /// How many members a group will have.
+    enum class Members { few, many };
+
     /// Makes the group if it is not there. Its parent is.
-    void makeGroup(const std::string& path);
+    void makeGroup(const std::string& path, Members members = Members::few);
     /// Set or replace an attribute of a group.
     void setScalar(const std::string& path, const std::string& name, const Scalar& value);
     void setText(const std::string& path, const std::string& name, const std::string& text);

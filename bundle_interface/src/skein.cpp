@@ -87,7 +87,7 @@ Field::Field(std::shared_ptr<K7File> file, std::string path, std::string name)
     , file_(std::move(file))
     , path_(std::move(path))
     , name_(std::move(name)) {
-    file_->makeGroup(path_);
+    file_->makeGroup(path_, K7File::Members::many);
     file_->setText(path_, "units", unitsOf(name_));
 }
 
