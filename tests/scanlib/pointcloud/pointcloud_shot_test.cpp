@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 using namespace scanlib;
 using namespace scanlib::testing;
 using ::testing::ElementsAre;
@@ -388,4 +390,35 @@ TEST(pointcloud_shot, reset_forgets_all_but_keeps_room_for_ten_targets) {
     EXPECT_THAT(cloud.calls, IsEmpty());
     cloud.shot(2);
     EXPECT_THAT(cloud.calls, ElementsAre("on_check_parameters", "apply_meta", "on_shot"));
+}
+
+TEST(pointcloud_shot, new_target_is_all_zeros_but_for_the_radiation) {
+    const target t;
+    EXPECT_TRUE(std::isnan(t.background_radiation));
+    EXPECT_EQ(t.vertex[0] + t.vertex[1] + t.vertex[2], 0.0F);
+    EXPECT_EQ(t.echo_range + t.time + t.time_internal, 0.0);
+    EXPECT_EQ(t.amplitude + t.reflectance + t.deviation, 0.0F);
+    EXPECT_EQ(t.mta_zone + t.is_sw + t.is_rising + t.is_pseudo + t.is_pps_locked + t.lineend, 0);
+    EXPECT_EQ(t.facet + t.segment, 0U);
+}
+
+TEST(pointcloud_shot, refused_parameters_stop_the_measurement_from_starting) {
+    class strict_cloud : public fed_pointcloud {
+      protected:
+        void on_check_parameters_before_measurement_starting() override {
+            if (++asked == 1) {
+                throw std::runtime_error("incomplete");
+            }
+        }
+
+      public:
+        int asked = 0;
+    };
+    strict_cloud cloud;
+    EXPECT_THROW(cloud.shot(1), std::runtime_error);
+    EXPECT_TRUE(cloud.shots.empty());
+    cloud.shot(2);
+    cloud.shot(3);
+    EXPECT_EQ(cloud.asked, 2);
+    EXPECT_EQ(cloud.shots.size(), 2U);
 }
