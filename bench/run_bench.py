@@ -72,7 +72,7 @@ def converted(build, recording, folder, *options):
 def against_floor(build, folder, shots, repeat):
     recording = simulate(build, folder, shots)
     result = converted(build, recording, folder)
-    floor = [os.path.join(build, 'floor'), recording, os.path.join(folder, 'floor.rxp'), str(result['shots']), str(result['echoes'])]
+    floor = [os.path.join(build, 'floor'), recording, os.path.join(folder, 'floor.k7'), str(result['shots']), str(result['echoes'])]
     ours, floors = [], []
     for _ in range(repeat):
         floors.append(timed(floor)[0])

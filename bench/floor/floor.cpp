@@ -1,5 +1,6 @@
-// floor INPUT OUTPUT SHOTS ECHOES [FRAGMENT_ROWS]: the least that a conversion must do: reads the input once and writes the
-// same columns, without decoding anything. What a conversion takes beyond it is the price of its work.
+// floor INPUT OUTPUT SHOTS ECHOES [FRAGMENT_ROWS]: the least that a conversion must do: reads the
+// input once and writes the same columns, without decoding anything. What a conversion takes beyond
+// it is the price of its work.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -42,7 +43,8 @@ class typed_column : public column {
   public:
     typed_column(Skein::Representation& representation, const std::string& name, std::size_t rows)
         : chunk_(new Holdfast::Chunk<T>(rows)) {
-        Skein::FieldProxy proxy = representation.makeField(representation.makeFieldID(name), {}, {});
+        Skein::FieldProxy proxy =
+            representation.makeField(representation.makeFieldID(name), {}, {});
         field_ = static_cast<Holdfast::StrongPtr<Skein::Field>&>(proxy);
     }
     void store(const std::string& fragment, std::size_t rows) override {
@@ -76,7 +78,8 @@ columns opp_columns(Skein::Representation& r, std::size_t rows) {
     return c;
 }
 
-void write_output(const std::string& path, std::size_t shots, std::size_t echoes, std::size_t fragment_rows) {
+void write_output(const std::string& path, std::size_t shots, std::size_t echoes,
+                  std::size_t fragment_rows) {
     Skein::BundlePtr bundle(new Skein::Bundle);
     bundle->bindToNew(path, {});
     const auto slice = bundle.create()[0.0];
@@ -116,7 +119,8 @@ int main(int argc, char** argv) {
     }
     try {
         std::printf("%llu\n", static_cast<unsigned long long>(read_input(argv[1])));
-        write_output(argv[2], std::strtoull(argv[3], nullptr, 10), std::strtoull(argv[4], nullptr, 10),
+        write_output(argv[2], std::strtoull(argv[3], nullptr, 10),
+                     std::strtoull(argv[4], nullptr, 10),
                      argc > 5 ? std::strtoull(argv[5], nullptr, 10) : 100000);
         return 0;
     } catch (const std::exception& e) {

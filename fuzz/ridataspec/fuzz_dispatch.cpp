@@ -1,4 +1,5 @@
-// Any bytes as a stream: every packet to a consumer that reads every field of every kind, in both modes of size checks.
+// Any bytes as a stream: every packet to a consumer that reads every field of every kind, in both
+// modes of size checks.
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -50,7 +51,8 @@ class touch_everything : public scanlib::handler_visitor<touch_everything> {
 
 void run(const std::vector<unsigned char>& bytes, bool check_sizes) {
     const auto connection = std::make_shared<test_support::memory_rconnection>(bytes);
-    scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity, scanlib::decoder_headroom, false);
+    scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity,
+                                       scanlib::decoder_headroom, false);
     touch_everything consumer;
     consumer.check_sizes = check_sizes;
     scanlib::basic_buffer packet;
