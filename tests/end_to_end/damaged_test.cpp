@@ -104,6 +104,6 @@ TEST_P(Damaged, OverwrittenWordsNeverEndTheProcess) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Recordings, Damaged, testing::Values("plain-32", "plain-hr"),
-                         [](const auto& info) { return std::string(info.param == std::string("plain-32") ? "plain" : "hr"); });
+                         [](const auto& p) { return std::string(p.param == std::string("plain-32") ? "plain" : "hr"); });
 
 } // namespace
