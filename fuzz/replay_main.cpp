@@ -1,4 +1,5 @@
-// Runs a fuzz target once over each file named on the command line (folders are walked), and once over no bytes.
+// Runs a fuzz target once over each file named on the command line (folders are walked), and once
+// over no bytes.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -22,17 +22,14 @@ namespace {
 constexpr const char* format_name = "K7";
 constexpr const char* creator = "rxp2k7";
 constexpr std::uint32_t format_version = 1;
-
-// Links and attributes stay in the header of their group up to these counts. The header of a field
-// has room for all of its links from the start, so that adding a fragment changes one piece of the
-// file in place and nothing that is spread over several. Beyond, the library's index structures
-// take over, which change in several pieces; much larger counts would make each new link slower
-// instead, since headers are searched one by one.
+// Links and attributes stay in the header of their group up to these counts. A field's header has
+// room for all of its links from the start, so that a fragment changes one piece of the file in
+// place. Beyond, index structures of several pieces take over; larger counts would make each link
+// slower to find.
 constexpr unsigned most_header_links = 128;
 constexpr unsigned few_links = 8;
 constexpr unsigned expected_name_length = 12; // of "Fragment_<n>"
 constexpr unsigned most_header_attributes = 64;
-
 constexpr std::size_t default_chunk_bytes = std::size_t{1} << 20;
 constexpr std::size_t largest_chunk_bytes = std::numeric_limits<std::uint32_t>::max();
 
@@ -41,9 +38,11 @@ struct Failure {
     std::string cause;
 };
 
-/// The storage library is not safe between threads.
+/// The storage library is not safe between threads. Nor may it close files at exit that a full disk
+/// left half closed.
 std::mutex& libraryMutex() {
     static std::mutex mutex;
+    [[maybe_unused]] static const herr_t no_exit_handler = H5dont_atexit();
     return mutex;
 }
 

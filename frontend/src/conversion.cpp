@@ -27,17 +27,20 @@ struct ProgressScale {
 
 /// Packages expected in a stream of `size` bytes, and after how many of them progress is reported.
 ProgressScale progress_scale(std::int64_t size) {
-    const auto total = static_cast<std::int32_t>(static_cast<std::uint32_t>(size / bytes_per_package));
+    const auto total =
+        static_cast<std::int32_t>(static_cast<std::uint32_t>(size / bytes_per_package));
     if (total < 0) {
         return {fallback_total, fallback_total / 100};
     }
     return {total, std::max(total / 100, 1)};
 }
 
-/// Tells the host what the conversion did, whichever way it ends. Made first, so that the file is finished by then.
+/// Tells the host what the conversion did, whichever way it ends. Made first, so that the file is
+/// finished by then.
 class SummaryReport {
   public:
-    SummaryReport(const Input& input, const std::filesystem::path& file) : monitor_(input.Progress) {
+    SummaryReport(const Input& input, const std::filesystem::path& file)
+        : monitor_(input.Progress) {
         summary.output = input.OutDir / (file.stem().string() + ".k7");
     }
     SummaryReport(const SummaryReport&) = delete;
@@ -70,7 +73,8 @@ class SummaryReport {
             const auto kind = static_cast<scanlib::loss>(i);
             if (losses.count(kind) != 0) {
                 const auto& info = scanlib::info_of(kind);
-                summary.losses.push_back({info.name, info.sentence, losses.count(kind), losses.first_offset(kind)});
+                summary.losses.push_back(
+                    {info.name, info.sentence, losses.count(kind), losses.first_offset(kind)});
             }
         }
     }
@@ -88,7 +92,8 @@ void warn(Input& input, const std::string& message) {
 /// One pass over the stream: every packet but the last to both consumers.
 class Pass {
   public:
-    Pass(Input& input, const std::filesystem::path& file, WFM& wfm, scanlib::basic_rconnection& connection,
+    Pass(Input& input, const std::filesystem::path& file, WFM& wfm,
+         scanlib::basic_rconnection& connection,
          const std::shared_ptr<scanlib::basic_rconnection>& owner, SummaryReport& report)
         : input_(input)
         , file_(file)
@@ -156,15 +161,17 @@ class Pass {
 };
 
 /// What follows the pass when the stream came to its normal end.
-std::string end_normally(Input& input, const std::filesystem::path& file, WFM& wfm, scanlib::basic_rconnection& connection) {
+std::string end_normally(Input& input, const std::filesystem::path& file, WFM& wfm,
+                         scanlib::basic_rconnection& connection) {
     if (input.Progress.available()) {
         input.Progress->report("RXP-Writing# ", 1, 1);
     }
     std::string text = wfm.shall_we_write(true);
     const std::uint32_t longest = wfm.writer().longest_waveform();
     if (input.Exported_FWF_LENGTH < longest) {
-        warn(input, "Warning! FWF cut off: Exported length  " + std::to_string(input.Exported_FWF_LENGTH) +
-                        ", actual length " + std::to_string(longest) + " for file " + utf8_of(file));
+        warn(input, "Warning! FWF cut off: Exported length  " +
+                        std::to_string(input.Exported_FWF_LENGTH) + ", actual length " +
+                        std::to_string(longest) + " for file " + utf8_of(file));
     }
     if (text.empty()) {
         connection.close();
@@ -178,13 +185,15 @@ std::string finish(const std::string& text, const std::filesystem::path& output,
         wfm.finish();
         return text;
     } catch (const std::exception& e) {
-        const std::string failure = "rxpToSkeinK7: cannot finish file: " + utf8_of(output) + ". Error: " + e.what();
+        const std::string failure =
+            "rxpToSkeinK7: cannot finish file: " + utf8_of(output) + ". Error: " + e.what();
         return text.empty() ? failure : text + " " + failure;
     }
 }
 
 /// What follows a failure of the pass: what was read is stored, then the failure is told.
-std::string end_interrupted(Input& input, WFM& wfm, scanlib::basic_rconnection& connection, const std::string& message) {
+std::string end_interrupted(Input& input, WFM& wfm, scanlib::basic_rconnection& connection,
+                            const std::string& message) {
     std::string text = wfm.shall_we_write(true);
     if (!text.empty()) {
         return text;
@@ -203,7 +212,8 @@ std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input) {
     wfm.set_loss_log(&report.losses);
     report.summary.store_failed = false;
     wfm.writer().prepare_fragment(input.FragSize, input.Exported_FWF_LENGTH);
-    const std::shared_ptr<scanlib::basic_rconnection> connection(scanlib::basic_rconnection::create(utf8_of(file), "", ""));
+    const std::shared_ptr<scanlib::basic_rconnection> connection(
+        scanlib::basic_rconnection::create(utf8_of(file), "", ""));
     if (!connection) {
         return "rxpToSkeinK7: cannot establish rconnection to file: " + utf8_of(file);
     }
@@ -218,10 +228,12 @@ std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input) {
     } catch (const std::exception& e) {
         report.summary.interrupted = true;
         text = end_interrupted(input, wfm, *connection,
-                               "rxpToSkeinK7: Export interrupted for file: " + utf8_of(file) + ". Error: " + e.what());
+                               "rxpToSkeinK7: Export interrupted for file: " + utf8_of(file) +
+                                   ". Error: " + e.what());
     } catch (...) {
         report.summary.interrupted = true;
-        text = end_interrupted(input, wfm, *connection, "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
+        text = end_interrupted(input, wfm, *connection,
+                               "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
     }
     return finish(text, report.summary.output, wfm);
 }

@@ -7,7 +7,8 @@
 
 namespace Riegl {
 
-WFM::WFM(Input& input, const std::filesystem::path& file, bool leap_flag, ConversionSummary& summary)
+WFM::WFM(Input& input, const std::filesystem::path& file, bool leap_flag,
+         ConversionSummary& summary)
     : scanlib::pointcloud(true)
     , input_(&input)
     , file_(file)
@@ -16,7 +17,9 @@ WFM::WFM(Input& input, const std::filesystem::path& file, bool leap_flag, Conver
     , date_code_(PulseKit::Chronometry(file.filename().string()).date_code)
     , summary_(&summary) {}
 
-WFM::~WFM() { summary_->store_failed = writer_.store_failed(); }
+WFM::~WFM() {
+    summary_->store_failed = writer_.store_failed();
+}
 
 void WFM::on_shot() {
     scanlib::pointcloud::on_shot();
@@ -27,7 +30,8 @@ void WFM::on_shot() {
     ShotsStaging& shots = writer_.shots();
     shots.ensure_row(shots_count_);
     shots.column<"GPSTime">()[shots_count_] = time;
-    shots.column<"Waveforms.DirectionDelta">()[shots_count_] = {beam_direction[0], beam_direction[1], beam_direction[2]};
+    shots.column<"Waveforms.DirectionDelta">()[shots_count_] = {
+        beam_direction[0], beam_direction[1], beam_direction[2]};
     shots.column<"Positions">()[shots_count_] = {beam_origin[0], beam_origin[1], beam_origin[2]};
     ++shots_count_;
 }
@@ -38,8 +42,8 @@ void WFM::on_echo_ready(scanlib::echo_position position) {
     }
     scanlib::pointcloud::on_echo_ready(position);
     const scanlib::target& t = newest_target();
-    if (std::isnan(time) || std::isnan(t.echo_range) || std::isnan(t.vertex[0]) || std::isnan(t.vertex[1]) ||
-        std::isnan(t.vertex[2])) {
+    if (std::isnan(time) || std::isnan(t.echo_range) || std::isnan(t.vertex[0]) ||
+        std::isnan(t.vertex[1]) || std::isnan(t.vertex[2])) {
         note_loss(scanlib::loss::echo_without_position);
         return;
     }
@@ -73,7 +77,9 @@ bool WFM::lies_inside_time_range() const {
     if (!input_->TimeRange.available()) {
         return false;
     }
-    const auto inside = [&](double t) { return input_->TimeRange->min <= t && t <= input_->TimeRange->max; };
+    const auto inside = [&](double t) {
+        return input_->TimeRange->min <= t && t <= input_->TimeRange->max;
+    };
     return inside(writer_.first_shot_time()) && inside(writer_.last_shot_time());
 }
 
@@ -81,8 +87,8 @@ std::string WFM::flush_staging() {
     attributes_.sampling_time = sampling_time;
     attributes_.unambiguous_range = unambiguous_range;
     const bool skip = lies_inside_time_range();
-    std::string text =
-        writer_.write_fragment(fragment_number_, &opp_count_, &wave_count_, &shots_count_, &date_code_, &leap_flag_, &skip);
+    std::string text = writer_.write_fragment(fragment_number_, &opp_count_, &wave_count_,
+                                              &shots_count_, &date_code_, &leap_flag_, &skip);
     ++fragment_number_;
     const std::uint64_t rows = std::uint64_t{shots_count_} + opp_count_ + wave_count_;
     if (skip) {
@@ -102,7 +108,8 @@ std::string WFM::shall_we_write(bool final) {
         std::string text = flush_staging();
         return text.empty() ? write_scan_attributes() : text;
     }
-    if (opp_count_ < input_->FragSize && wave_count_ < input_->FragSize && shots_count_ < input_->FragSize) {
+    if (opp_count_ < input_->FragSize && wave_count_ < input_->FragSize &&
+        shots_count_ < input_->FragSize) {
         return {};
     }
     std::string text = flush_staging();
@@ -117,7 +124,8 @@ std::string WFM::write_scan_attributes() {
     override_t_ref(attributes_, file_, *input_);
     parsed_ = parse_reflectance_amplitude_attributes(meta_stream.str(), *input_);
     if (!parsed_.refltab.available() || parsed_.refltab->size() == 0) {
-        return "WFM::shall_we_write: No reflectance amplitude attributes found in meta json string.";
+        return "WFM::shall_we_write: No reflectance amplitude attributes found in meta json "
+               "string.";
     }
     attributes_.ampl_unit = parsed_.ampl_unit;
     attributes_.refltab_delta = parsed_.refltab_delta;

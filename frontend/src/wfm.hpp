@@ -13,23 +13,26 @@
 
 namespace Riegl {
 
-/// Consumer of the packets in a conversion: copies each shot and echo into the staging columns, cuts fragments, and
-/// at the end writes the last fragment and the scan attributes.
+/// Consumer of the packets in a conversion: copies each shot and echo into the staging columns,
+/// cuts fragments, and at the end writes the last fragment and the scan attributes.
 ///
-/// Times are the synchronised ones, so that shots before the first synchronisation give no rows. Rows of the grids are
-/// not linked by index; they share the time in "GPSTime".
+/// Times are the synchronised ones, so that shots before the first synchronisation give no rows.
+/// Rows of the grids are not linked by index; they share the time in "GPSTime".
 class WFM : public scanlib::pointcloud {
   public:
-    /// Creates the output file. `input` and `summary` outlive this object; `input.Errors` and the counts of `summary` are
-    /// written through it. Throws what the bundle throws when the file cannot be made.
-    WFM(Input& input, const std::filesystem::path& file, bool leap_flag, ConversionSummary& summary);
+    /// Creates the output file. `input` and `summary` outlive this object; `input.Errors` and the
+    /// counts of `summary` are written through it. Throws what the bundle throws when the file
+    /// cannot be made.
+    WFM(Input& input, const std::filesystem::path& file, bool leap_flag,
+        ConversionSummary& summary);
     ~WFM() override;
     WFM(const WFM&) = delete;
     WFM& operator=(const WFM&) = delete;
 
-    /// After each packet with `final` false: stores the staged rows as a fragment once one grid has reached
-    /// FragSize rows. At the end, once, with true: stores what is left and the scan attributes. Returns an error text,
-    /// empty when all is well; passes the bundle's exceptions through.
+    /// After each packet with `final` false: stores the staged rows as a fragment once one grid has
+    /// reached FragSize rows. At the end, once, with true: stores what is left and the scan
+    /// attributes. Returns an error text, empty when all is well; passes the bundle's exceptions
+    /// through.
     std::string shall_we_write(bool final);
 
     /// Finishes the output file. Throws when that fails.

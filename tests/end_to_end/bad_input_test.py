@@ -66,7 +66,7 @@ def says(p, *words):
 def missing_file(c):
     p = c.convert(c.path('nowhere.rxp'))
     expect(p.returncode == 3, 'exit %d' % p.returncode)
-    says(p, 'nowhere.rxp', 'No such file')
+    says(p, 'nowhere.rxp', 'no such file')
     expect(not os.listdir(c.out), 'left something behind')
 
 
@@ -84,7 +84,7 @@ def unreadable_file(c):
     os.chmod(c.out, 0o777)
     p = c.convert(path, preexec=lambda: os.setuid(NOBODY) if os.getuid() == 0 else None)
     expect(p.returncode == 3, 'exit %d: %s' % (p.returncode, p.stderr))
-    says(p, 'secret.rxp', 'Permission denied')
+    says(p, 'secret.rxp', 'ermission denied')
 
 
 def no_stream(c):

@@ -1,5 +1,5 @@
-// Recordings with flipped bits and overwritten words, converted in this process through the shared library: whatever
-// the damage does to the stream, a conversion returns, and its file is there.
+// Recordings with flipped bits and overwritten words, converted in this process through the shared
+// library: whatever the damage does to the stream, a conversion returns, and its file is there.
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -37,11 +37,14 @@ class listener : public Riegl::ProgressMonitor {
 
 class Damaged : public testing::TestWithParam<const char*> {
   protected:
-    Damaged() : folder_(fs::temp_directory_path() / ("damaged_" + std::to_string(getpid()) + "_" + GetParam())) {
+    Damaged()
+        : folder_(fs::temp_directory_path() /
+                  ("damaged_" + std::to_string(getpid()) + "_" + GetParam())) {
         fs::create_directories(folder_);
         // The messages of thousands of damaged conversions are of no interest here.
         Holdfast::Console::setSink([](const std::string&) {});
-        whole_ = bytes_of(fs::path(TEST_DATA_DIR "/recordings") / GetParam() / "200101_120000_Scanner_1.rxp");
+        whole_ = bytes_of(fs::path(TEST_DATA_DIR "/recordings") / GetParam() /
+                          "200101_120000_Scanner_1.rxp");
     }
     ~Damaged() override {
         Holdfast::Console::setSink({});
@@ -62,8 +65,10 @@ class Damaged : public testing::TestWithParam<const char*> {
         EXPECT_TRUE(fs::exists(folder_ / "damaged.k7"));
         EXPECT_LE(monitor->summary.offset, bytes.size());
         if (monitor->summary.interrupted) {
-            // The one text that may come in place of the interruption's is that of missing attributes.
-            EXPECT_TRUE(input.Errors.find("Export interrupted") != std::string::npos || !text.empty());
+            // The one text that may come in place of the interruption's is that of missing
+            // attributes.
+            EXPECT_TRUE(input.Errors.find("Export interrupted") != std::string::npos ||
+                        !text.empty());
         }
         return monitor->summary;
     }
@@ -84,13 +89,15 @@ TEST_P(Damaged, FlippedBitsNeverEndTheProcessAndMostRowsSurvive) {
         bytes[at] = static_cast<char>(bytes[at] ^ static_cast<char>(1u << random() % 8));
         kept += convert(bytes).shots;
     }
-    // A flip costs its packet, or the rest where it ends the stream or hits the header's parameters.
+    // A flip costs its packet, or the rest where it ends the stream or hits the header's
+    // parameters.
     EXPECT_GT(kept, undamaged * rounds / 2);
 }
 
 TEST_P(Damaged, OverwrittenWordsNeverEndTheProcess) {
     std::mt19937 random(8);
-    const std::uint32_t nasty[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFF00, 0xFFFFFF01, 0xFFFFFFFE, 0xFFFFFFFF,
+    const std::uint32_t nasty[] = {0,          1,          0x7FFFFFFF, 0x80000000,
+                                   0xFFFFFF00, 0xFFFFFF01, 0xFFFFFFFE, 0xFFFFFFFF,
                                    0x7FC00000, 0x7F800000, 0xFF800000, 0x00000001};
     for (int i = 0; i < 300; ++i) {
         std::string bytes = whole_;
@@ -104,6 +111,9 @@ TEST_P(Damaged, OverwrittenWordsNeverEndTheProcess) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Recordings, Damaged, testing::Values("plain-32", "plain-hr"),
-                         [](const auto& p) { return std::string(p.param == std::string("plain-32") ? "plain" : "hr"); });
+                         [](const auto& p) {
+                             return std::string(p.param == std::string("plain-32") ? "plain"
+                                                                                   : "hr");
+                         });
 
 } // namespace

@@ -13,25 +13,27 @@ namespace Riegl {
 
 /// One way in which data were lost or doubted during a conversion.
 struct Loss {
-    std::string name;           ///< short name, the same in every run
-    std::string sentence;       ///< one sentence for the user
-    std::uint64_t count;        ///< number of cases, above 0
-    std::uint64_t first_offset; ///< bytes from the start of the stream to the packet of the first case
+    std::string name;     ///< short name, the same in every run
+    std::string sentence; ///< one sentence for the user
+    std::uint64_t count;  ///< number of cases, above 0
+    std::uint64_t
+        first_offset; ///< bytes from the start of the stream to the packet of the first case
 };
 
 /// What a conversion did, for the host's closing words.
 struct ConversionSummary {
-    std::filesystem::path output;  ///< the bundle file
-    bool interrupted = false;      ///< the stream ended by a failure; what was read before it is stored
-    bool store_failed = false;     ///< the bundle file is not complete
-    std::uint64_t offset = 0;      ///< bytes from the start of the stream to the end of the last packet taken
-    std::uint64_t shots = 0;       ///< rows stored in "Shots"
-    std::uint64_t echoes = 0;      ///< rows stored in "OPP"
-    std::uint64_t waveforms = 0;   ///< rows stored in "Waveforms"
-    std::uint64_t fragments = 0;   ///< fragments stored, skipped and empty ones not counted
-    std::uint64_t bytes_in = 0;    ///< bytes that the connection delivered
-    std::uint64_t bytes_out = 0;   ///< size of the bundle file
-    std::vector<Loss> losses;      ///< kinds of loss that occurred
+    std::filesystem::path output; ///< the bundle file
+    bool interrupted = false;  ///< the stream ended by a failure; what was read before it is stored
+    bool store_failed = false; ///< the bundle file is not complete
+    std::uint64_t offset =
+        0; ///< bytes from the start of the stream to the end of the last packet taken
+    std::uint64_t shots = 0;     ///< rows stored in "Shots"
+    std::uint64_t echoes = 0;    ///< rows stored in "OPP"
+    std::uint64_t waveforms = 0; ///< rows stored in "Waveforms"
+    std::uint64_t fragments = 0; ///< fragments stored, skipped and empty ones not counted
+    std::uint64_t bytes_in = 0;  ///< bytes that the connection delivered
+    std::uint64_t bytes_out = 0; ///< size of the bundle file
+    std::vector<Loss> losses;    ///< kinds of loss that occurred
 };
 
 /// Receiver of progress reports; the host implements it. Called on the thread of the conversion.
@@ -40,25 +42,29 @@ class RXP2K7_EXPORT ProgressMonitor : public Holdfast::ReferenceBase<ProgressMon
     ProgressMonitor();
     ~ProgressMonitor() override;
 
-    /// Tells that `current` of about `total` steps of the work `label` are done. `total` is an estimate.
+    /// Tells that `current` of about `total` steps of the work `label` are done. `total` is an
+    /// estimate.
     virtual void report(const std::string& label, int current, int total) = 0;
 
     /// Tells once, at the end, what the conversion did. Empty by default.
     virtual void summarise(const ConversionSummary& summary);
 };
 
-/// Parameters of the exported operations. The caller owns it; it outlives the call and serves one call at a time.
+/// Parameters of the exported operations. The caller owns it; it outlives the call and serves one
+/// call at a time.
 struct RXP2K7_EXPORT Input {
-    Holdfast::StrongPtr<ProgressMonitor> Progress;                  ///< receiver of progress reports, may be empty
-    Holdfast::StrongPtr<Skein::StorageTransformations> Transformations; ///< storage of the bundle, may be empty
-    std::uint32_t FragSize = 100000;                                ///< rows after which a fragment is cut
-    bool ExportFWF = true;                                          ///< make the grid "Waveforms"
-    bool ExportOPP = true;                                          ///< make the grid "OPP"
-    std::uint32_t Exported_FWF_LENGTH = 256;                        ///< waveform samples kept per row
-    std::filesystem::path OutDir;                                   ///< folder of the bundle file
-    Holdfast::StrongPtr<Skein::DataRange<double>> TimeRange;        ///< seconds; fragments wholly inside are skipped
-    std::filesystem::path ErrorLog;                                 ///< file to append warnings to, may be empty
-    std::string Errors;                                             ///< warnings and errors so far, no separator
+    Holdfast::StrongPtr<ProgressMonitor> Progress; ///< receiver of progress reports, may be empty
+    Holdfast::StrongPtr<Skein::StorageTransformations>
+        Transformations;                     ///< storage of the bundle, may be empty
+    std::uint32_t FragSize = 100000;         ///< rows after which a fragment is cut
+    bool ExportFWF = true;                   ///< make the grid "Waveforms"
+    bool ExportOPP = true;                   ///< make the grid "OPP"
+    std::uint32_t Exported_FWF_LENGTH = 256; ///< waveform samples kept per row
+    std::filesystem::path OutDir;            ///< folder of the bundle file
+    Holdfast::StrongPtr<Skein::DataRange<double>>
+        TimeRange;                  ///< seconds; fragments wholly inside are skipped
+    std::filesystem::path ErrorLog; ///< file to append warnings to, may be empty
+    std::string Errors;             ///< warnings and errors so far, no separator
 
     /// The record as text, one line a member.
     std::string speak() const;
@@ -66,9 +72,10 @@ struct RXP2K7_EXPORT Input {
 
 /// Converts the RXP stream `file` into one bundle file OutDir / (stem + ".k7").
 ///
-/// One pass over the stream on the caller's thread. Returns an empty text when the stream was converted or its
-/// failure was reported through `input.Errors`, the log and the console (what was read before it is stored then),
-/// else an error text. Throws std::exception when the bundle file or the connection cannot be made.
+/// One pass over the stream on the caller's thread. Returns an empty text when the stream was
+/// converted or its failure was reported through `input.Errors`, the log and the console (what was
+/// read before it is stored then), else an error text. Throws std::exception when the bundle file
+/// or the connection cannot be made.
 RXP2K7_EXPORT std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input);
 
 } // namespace Riegl

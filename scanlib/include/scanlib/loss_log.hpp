@@ -6,8 +6,9 @@
 
 namespace scanlib {
 
-/// Every way in which data of a stream is lost or doubted. Beside whatever result is asked for, each case is
-/// counted under its name, with the stream offset of its first occurrence. The sentences stand in loss_log.cpp.
+/// Every way in which data of a stream is lost or doubted. Beside whatever result is asked for,
+/// each case is counted under its name, with the stream offset of its first occurrence. The
+/// sentences stand in loss_log.cpp.
 enum class loss : std::uint8_t {
     unknown_packet,
     short_payload,
@@ -35,14 +36,16 @@ struct loss_info {
 /// Name and sentence of `kind`. The texts are static.
 const loss_info& info_of(loss kind) noexcept;
 
-/// Counters of all kinds of loss of one pass over a stream. Not synchronised: it belongs to the thread that
-/// reads the stream. Whoever owns the log outlives the objects that were given its address.
+/// Counters of all kinds of loss of one pass over a stream. Not synchronised: it belongs to the
+/// thread that reads the stream. Whoever owns the log outlives the objects that were given its
+/// address.
 class loss_log {
   public:
     static constexpr std::size_t kinds = static_cast<std::size_t>(loss::count_);
     static constexpr std::uint64_t no_offset = ~std::uint64_t{0};
 
-    /// Tells the offset in bytes, from the start of the stream, of the packet that is worked on from now on.
+    /// Tells the offset in bytes, from the start of the stream, of the packet that is worked on
+    /// from now on.
     void at(std::uint64_t offset) noexcept { offset_ = offset; }
 
     /// The offset told last.
@@ -58,7 +61,9 @@ class loss_log {
     }
 
     /// Number of cases of `kind` so far.
-    std::uint64_t count(loss kind) const noexcept { return entries_[static_cast<std::size_t>(kind)].count; }
+    std::uint64_t count(loss kind) const noexcept {
+        return entries_[static_cast<std::size_t>(kind)].count;
+    }
 
     /// Stream offset of the first case of `kind`; no_offset while there is none.
     std::uint64_t first_offset(loss kind) const noexcept {

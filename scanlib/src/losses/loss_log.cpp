@@ -6,15 +6,21 @@ namespace {
 
 // In the order of the enumerators.
 constexpr loss_info table[] = {
-    {"unknown packets", "The packet catalogue does not know this kind of packet; its content was passed over."},
+    {"unknown packets",
+     "The packet catalogue does not know this kind of packet; its content was passed over."},
     {"short payloads", "A packet was shorter than its kind; the missing bits were read as 0."},
-    {"short sequences", "A packet was shorter than the fixed part before its sequence; it ended the pass."},
-    {"partial words", "The stream ended inside a 32-bit word; the bytes read with it were dropped."},
-    {"last packet", "Nothing follows the last packet of a stream, so it may be cut; it was not used."},
+    {"short sequences",
+     "A packet was shorter than the fixed part before its sequence; it ended the pass."},
+    {"partial words",
+     "The stream ended inside a 32-bit word; the bytes read with it were dropped."},
+    {"last packet",
+     "Nothing follows the last packet of a stream, so it may be cut; it was not used."},
     {"undeliverable packets", "A packet was refused by its handler and ended the pass."},
-    {"held-back shots", "A shot came before the first valid time synchronisation; its echoes were not stored."},
+    {"held-back shots",
+     "A shot came before the first valid time synchronisation; its echoes were not stored."},
     {"shots without time", "A shot had no synchronised time; it was not stored."},
-    {"held-back targets", "A target came before the first valid time synchronisation; it was not stored."},
+    {"held-back targets",
+     "A target came before the first valid time synchronisation; it was not stored."},
     {"echoes without shot", "An echo came while no shot was open; it was not used."},
     {"echoes in notch", "An echo lay within the notch window; it was not used."},
     {"echoes without position", "An echo had no valid range or position; it was not stored."},
@@ -22,10 +28,13 @@ constexpr loss_info table[] = {
     {"skipped rows", "Rows of fragments that lay wholly inside the time range were not stored."},
 };
 
-static_assert(sizeof table / sizeof *table == loss_log::kinds, "one sentence for each kind of loss");
+static_assert(sizeof table / sizeof *table == loss_log::kinds,
+              "one sentence for each kind of loss");
 
 } // namespace
 
-const loss_info& info_of(loss kind) noexcept { return table[static_cast<std::size_t>(kind)]; }
+const loss_info& info_of(loss kind) noexcept {
+    return table[static_cast<std::size_t>(kind)];
+}
 
 } // namespace scanlib
