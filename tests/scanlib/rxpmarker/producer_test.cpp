@@ -141,6 +141,10 @@ TEST(ConcurrentDecoder, PacketLongerThanTheArrayExhaustsTheHeadroom) {
     std::fill(region.begin(), region.end(), 7u);
     *region.begin() = 0xFFFFFF03u;
     ring.put(region);
+    // The words up to the ring's end, which the first region left out.
+    region.set_filled(region.capacity());
+    std::fill(region.begin(), region.end(), 7u);
+    ring.put(region);
     EXPECT_EQ(failure([&] { ring.get(packet); }), "Max headroom exhausted!");
 }
 
