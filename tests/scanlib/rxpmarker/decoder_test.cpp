@@ -105,7 +105,7 @@ TEST(Decoder, EscapeBeforeAStartWordJoinsTheTwoFrames) {
 }
 
 TEST(Decoder, PacketLongerThanTheRingGrowsIt) {
-    for (const std::size_t n : {683u, 684u, 685u, 1023u, 1024u, 1025u, 5000u, 100000u}) {
+    for (const std::size_t n : {683u, 684u, 685u, 1023u, 1024u, 1025u, 5000u, 60000u}) {
         words small{0xFFFFFF01, 1, 2};
         words large(n, 3);
         large[0] = 0xFFFFFF02;
