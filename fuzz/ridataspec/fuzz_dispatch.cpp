@@ -18,7 +18,7 @@ class touch_everything : public scanlib::handler_visitor<touch_everything> {
   public:
     template<class View>
     void visit(View& p) {
-        p.visit([this](auto v) { take(v); });
+        p.visit([&](auto v) { take(v); });
         if constexpr (requires { p.capacity(); }) {
             take(p.text());
         } else if constexpr (View::has_sequence) {
@@ -27,7 +27,7 @@ class touch_everything : public scanlib::handler_visitor<touch_everything> {
                 if constexpr (std::is_arithmetic_v<decltype(e)>) {
                     take(e);
                 } else {
-                    e.visit([this](auto v) { take(v); });
+                    e.visit([&](auto v) { take(v); });
                 }
             }
         }

@@ -40,7 +40,7 @@ class reader : public scanlib::handler_visitor<reader> {
             return;
         }
         index = View::index;
-        p.visit([this](auto v) { add(v); });
+        p.visit([&](auto v) { add(v); });
         if constexpr (requires { p.capacity(); }) {
             text = p.text();
         } else if constexpr (View::has_sequence) {
@@ -49,7 +49,7 @@ class reader : public scanlib::handler_visitor<reader> {
                 if constexpr (std::is_arithmetic_v<decltype(e)>) {
                     add(e);
                 } else {
-                    e.visit([this](auto v) { add(v); });
+                    e.visit([&](auto v) { add(v); });
                 }
             }
         }
