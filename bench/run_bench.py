@@ -22,7 +22,7 @@ def line(name, value, unit):
 
 
 def micro(build, repeat):
-    for program in sorted(glob.glob(os.path.join(build, 'bench_*'))):
+    for program in sorted(glob.glob(os.path.join(build, 'bench_*')) + glob.glob(os.path.join(build, '*_bench'))):
         if not os.access(program, os.X_OK) or os.path.isdir(program):
             continue
         p = subprocess.run([program, '--benchmark_format=json', '--benchmark_repetitions=%d' % repeat,

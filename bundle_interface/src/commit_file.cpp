@@ -21,16 +21,20 @@ std::string textOf(int cause) {
     return std::generic_category().message(cause);
 }
 
-} // namespace
-
-CommitFile::CommitFile(const std::string& path)
-    : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
-    if (descriptor_ < 0) {
+int opened(const std::string& path) {
+    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
         throw std::runtime_error("cannot create " + path + ": " + textOf(errno));
     }
+    return descriptor;
 }
 
+} // namespace
+
+CommitFile::CommitFile(const std::string& path) : descriptor_(opened(path)), behind_(descriptor_) {}
+
 CommitFile::~CommitFile() {
+    behind_.drain();
     if (descriptor_ >= 0) {
         ::close(descriptor_);
     }
@@ -43,20 +47,8 @@ bool CommitFile::fail(const char* action, int cause) {
     return false;
 }
 
-bool CommitFile::writeAll(std::uint64_t at, const std::byte* bytes, std::size_t count) {
-    while (count != 0) {
-        const ssize_t n = ::pwrite(descriptor_, bytes, count, static_cast<off_t>(at));
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return fail("write", n < 0 ? errno : EIO);
-        }
-        at += static_cast<std::uint64_t>(n);
-        bytes += n;
-        count -= static_cast<std::size_t>(n);
-    }
-    return true;
+std::string CommitFile::error() const {
+    return error_.empty() ? behind_.error() : error_;
 }
 
 bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t count) {
@@ -68,7 +60,7 @@ bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t coun
     }
     cutHeld(at, at + count);
     end_ = std::max(end_, at + count);
-    return writeAll(at, static_cast<const std::byte*>(bytes), count);
+    return behind_.write(at, static_cast<const std::byte*>(bytes), count);
 }
 
 void CommitFile::cutHeld(std::uint64_t from, std::uint64_t to) {
@@ -108,6 +100,9 @@ bool CommitFile::writeStructure(std::uint64_t at, const void* bytes, std::size_t
 }
 
 bool CommitFile::read(std::uint64_t at, void* bytes, std::size_t count) {
+    if (!behind_.drain()) {
+        return false;
+    }
     auto* const to = static_cast<std::byte*>(bytes);
     std::size_t done = 0;
     while (done < count) {
@@ -147,17 +142,10 @@ bool CommitFile::writeHeld(std::uint64_t from, std::uint64_t to) {
     for (; it != held_.end() && it->first < to; ++it) {
         const std::uint64_t first = std::max(from, it->first);
         const std::uint64_t stop = std::min(to, it->first + it->second.size());
-        if (first < stop && !writeAll(first, it->second.data() + (first - it->first),
-                                      static_cast<std::size_t>(stop - first))) {
+        if (first < stop && !behind_.write(first, it->second.data() + (first - it->first),
+                                           static_cast<std::size_t>(stop - first))) {
             return false;
         }
-    }
-    return true;
-}
-
-bool CommitFile::setSize(std::uint64_t size) {
-    if (::ftruncate(descriptor_, static_cast<off_t>(size)) != 0) {
-        return fail("set the size", errno);
     }
     return true;
 }
@@ -169,9 +157,9 @@ bool CommitFile::commit(std::uint64_t end) {
     constexpr std::uint64_t beyond = std::numeric_limits<std::uint64_t>::max();
     const std::uint64_t in_place = std::max(committed_, head_size);
     // The size grows before the head names it and shrinks only after.
-    if ((end > committed_ && !setSize(end)) || !writeHeld(in_place, beyond) ||
+    if ((end > committed_ && !behind_.resize(end)) || !writeHeld(in_place, beyond) ||
         !writeHeld(0, head_size) || !writeHeld(head_size, in_place) ||
-        (end < committed_ && !setSize(end))) {
+        (end < committed_ && !behind_.resize(end)) || !behind_.mark(end)) {
         return false;
     }
     held_.clear();
@@ -180,23 +168,33 @@ bool CommitFile::commit(std::uint64_t end) {
     return true;
 }
 
+bool CommitFile::settle() {
+    return rolled_back_ || behind_.drain();
+}
+
 void CommitFile::rollBack() noexcept {
     if (rolled_back_) {
         return;
     }
     rolled_back_ = true;
+    behind_.drain();
     held_.clear();
+    committed_ = behind_.reached(0);
     end_ = committed_;
     // A tail that stays because the cut fails is no part of what the head describes.
     [[maybe_unused]] const int cut = ::ftruncate(descriptor_, static_cast<off_t>(committed_));
 }
 
 bool CommitFile::close() {
+    const bool written = behind_.drain();
     struct stat info = {};
     const bool known = ::fstat(descriptor_, &info) == 0;
     const int cause = known ? EIO : errno;
     const bool whole = known && static_cast<std::uint64_t>(info.st_size) == committed_;
     const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
+    if (!written) {
+        return false;
+    }
     if (!whole) {
         return fail("check the size", cause);
     }

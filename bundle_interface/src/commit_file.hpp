@@ -6,20 +6,25 @@
 #include <string>
 #include <vector>
 
+#include "write_behind.hpp"
+
 namespace Skein {
 
 /// A file whose structure changes in commits, so that what was committed stays readable whenever
 /// the process ends.
 ///
-/// Column data go to the file at once; they always lie in space that no committed structure refers
-/// to. Structure is held back until commit(), which writes it in an order that is safe against the
-/// end of the process between any two writes:
+/// Column data go to the file as they come; they always lie in space that no committed structure
+/// refers to. Structure is held back until commit(), which writes it in an order that is safe
+/// against the end of the process between any two writes:
 ///   1. structure in space beyond the committed end: nothing refers to it yet;
 ///   2. the head of the file, which names the file's new end;
 ///   3. structure changed in place: each piece is one write, and refers only to what steps 1 and 2
 ///   made.
 /// After the first failure nothing is written any more, and the file is cut back to its last
 /// commit.
+///
+/// A thread of its own does the writing, in the order given. A commit is on its way when commit()
+/// returns and done when settle() does; a failure may show in any later operation.
 ///
 /// Operations return false on failure; error() then says what failed and why. Not safe between
 /// threads.
@@ -28,7 +33,8 @@ class CommitFile {
     /// Bytes at the file's start that name its end.
     static constexpr std::uint64_t head_size = 48;
 
-    /// Creates or empties the file. Throws std::runtime_error with path and cause.
+    /// Creates or empties the file. Throws std::runtime_error with path and cause,
+    /// std::system_error without a thread.
     explicit CommitFile(const std::string& path);
     CommitFile(const CommitFile&) = delete;
     CommitFile& operator=(const CommitFile&) = delete;
@@ -40,6 +46,8 @@ class CommitFile {
     bool read(std::uint64_t at, void* bytes, std::size_t count);
     /// Writes the structure held back and sets the file's size to `end` bytes.
     bool commit(std::uint64_t end);
+    /// Waits until all that was written and committed has reached the file.
+    bool settle();
     /// Drops all that was not committed; from here on writes succeed without effect.
     void rollBack() noexcept;
     /// Closes the file after checking that it has the committed size.
@@ -48,24 +56,23 @@ class CommitFile {
     /// End of all that was written or held back.
     std::uint64_t end() const noexcept { return end_; }
     std::uint64_t committedEnd() const noexcept { return committed_; }
-    const std::string& error() const noexcept { return error_; }
+    std::string error() const;
 
   private:
     using Bytes = std::vector<std::byte>;
 
     bool fail(const char* action, int cause);
-    bool writeAll(std::uint64_t at, const std::byte* bytes, std::size_t count);
     /// Writes the part of the held structure that lies in [from, to).
     bool writeHeld(std::uint64_t from, std::uint64_t to);
     void cutHeld(std::uint64_t from, std::uint64_t to);
-    bool setSize(std::uint64_t size);
 
-    int descriptor_ = -1;
+    int descriptor_;
+    WriteBehind behind_;
     std::map<std::uint64_t, Bytes> held_; // disjoint
     std::uint64_t end_ = 0;
     std::uint64_t committed_ = 0;
     bool rolled_back_ = false;
-    std::string error_;
+    std::string error_; ///< of what the caller's thread did itself
 };
 
 } // namespace Skein

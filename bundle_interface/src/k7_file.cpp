@@ -358,6 +358,7 @@ struct K7File::State {
     unsigned deflate_level = 0;
     bool chunked = false;
     bool shuffle = false;
+    bool write_behind = false;
     std::string failure;
     bool finished = false;
     bool abandoned = false;
@@ -384,6 +385,9 @@ void K7File::State::perform(const std::string& action, Action&& run) {
     const Quiet quiet;
     try {
         run();
+        if (!write_behind && medium && !medium->settle()) {
+            throw Failure{};
+        }
     } catch (const Failure& f) {
         fail(action, medium && !medium->error().empty() ? medium->error() : f.cause);
     } catch (const std::exception& e) {
@@ -476,6 +480,10 @@ K7File::~K7File() {
     state_->closeLibraryFile();
 }
 
+void K7File::setWriteBehind(bool on) noexcept {
+    state_->write_behind = on;
+}
+
 void K7File::makeGroup(const std::string& path, Members members) {
     State& s = *state_;
     s.perform("make " + path, [&] {
@@ -553,6 +561,13 @@ void K7File::flush() {
     state_->perform("flush", [&] { state_->flush(); });
 }
 
+void K7File::settle() {
+    // Waits without the lock: other files go on meanwhile.
+    if (state_->medium && !state_->medium->settle()) {
+        state_->perform("write", [&] { throw Failure{state_->medium->error()}; });
+    }
+}
+
 void K7File::finish() {
     State& s = *state_;
     if (s.abandoned || (s.finished && s.failure.empty())) {
@@ -563,7 +578,7 @@ void K7File::finish() {
         s.group_creation.close();
         s.field_creation.close();
         s.file.close();
-        if (!s.medium->error().empty() || !s.medium->close()) {
+        if (!s.medium->close() || !s.medium->error().empty()) {
             throw Failure{s.medium->error()};
         }
         std::error_code cause;

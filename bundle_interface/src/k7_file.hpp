@@ -29,6 +29,10 @@ class K7File {
     /// console.
     ~K7File();
 
+    /// With it, operations return while their bytes are on the way to the file, and a failure may
+    /// show in any later one.
+    void setWriteBehind(bool on) noexcept;
+
     /// How many members a group will have.
     enum class Members { few, many };
 
@@ -42,8 +46,10 @@ class K7File {
     /// Stores the array as the dataset `name` of a group, from the array's own memory.
     void store(const std::string& path, const std::string& name, const MemBase& array);
 
-    /// Makes all of the above safe against the end of the process.
+    /// Makes all of the above safe against the end of the process; with write-behind begins to.
     void flush();
+    /// Waits until all that was stored and flushed has reached the file.
+    void settle();
     /// Flushes, closes and gives the file its name. Does nothing after success or after abandon.
     void finish();
     /// Closes without finishing; the .part stays as the last flush left it.

@@ -213,6 +213,14 @@ Holdfast::StrongPtr<Slice> Bundle::operator[](double time) {
     return slice;
 }
 
+void Bundle::setWriteBehind(bool on) {
+    bound(file_).setWriteBehind(on);
+}
+
+void Bundle::settle() {
+    bound(file_).settle();
+}
+
 void Bundle::flush() {
     bound(file_).flush();
 }

@@ -44,6 +44,7 @@ BundleWriter::BundleWriter(const std::filesystem::path& file, const Input& input
     : input_(input), bundle_(new Skein::Bundle) {
     const std::filesystem::path output = input_.OutDir / (file.stem().string() + ".k7");
     bundle_->bindToNew(output.string(), input_.Transformations);
+    bundle_->setWriteBehind(true);
     slice_ = bundle_.create()[0.0];
 }
 
@@ -84,6 +85,10 @@ std::string BundleWriter::write_fragment(std::uint32_t fragment, std::uint32_t* 
         bundle_->flush();
     }
     return text;
+}
+
+void BundleWriter::settle() {
+    bundle_->settle();
 }
 
 Holdfast::StrongPtr<Skein::Grid> BundleWriter::shots_grid() const {

@@ -164,12 +164,16 @@ class BundleWriter {
     void prepare_fragment(const std::uint32_t& frag_size, const std::uint32_t& exported_length);
 
     /// Stores the staged rows of "Shots", "OPP" and "Waveforms" as the fragment of that number, and
-    /// makes them safe against the end of the process. Returns the first error text. Throws what
+    /// begins to make them safe against the end of the process: settle() tells when they are. The
+    /// rows of the next fragment can be staged meanwhile. Returns the first error text. Throws what
     /// the bundle throws.
     std::string write_fragment(std::uint32_t fragment, std::uint32_t* opp_count,
                                std::uint32_t* wave_count, std::uint32_t* shots_count,
                                const std::int32_t* date_code, const bool* leap_flag,
                                const bool* skip_flag);
+
+    /// Waits until what was stored is safe. Throws what the bundle throws.
+    void settle();
 
     /// Staging objects; each throws std::runtime_error if there is none.
     ShotsStaging& shots() const { return *shots_; }

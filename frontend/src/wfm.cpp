@@ -83,7 +83,19 @@ bool WFM::lies_inside_time_range() const {
     return inside(writer_.first_shot_time()) && inside(writer_.last_shot_time());
 }
 
+/// Waits for the fragment that is on its way to the file. Only then do its rows count.
+void WFM::settle_fragment() {
+    writer_.settle();
+    summary_->shots += under_way_.shots;
+    summary_->echoes += under_way_.echoes;
+    summary_->waveforms += under_way_.waveforms;
+    summary_->fragments += (under_way_.shots | under_way_.echoes | under_way_.waveforms) != 0;
+    under_way_ = {};
+}
+
 std::string WFM::flush_staging() {
+    // At most one fragment is on its way while the next is staged: so much a killed process loses.
+    settle_fragment();
     attributes_.sampling_time = sampling_time;
     attributes_.unambiguous_range = unambiguous_range;
     const bool skip = lies_inside_time_range();
@@ -95,10 +107,7 @@ std::string WFM::flush_staging() {
         note_loss(scanlib::loss::skipped_fragment);
         note_loss(scanlib::loss::skipped_row, rows);
     } else if (text.empty()) {
-        summary_->shots += shots_count_;
-        summary_->echoes += opp_count_;
-        summary_->waveforms += wave_count_;
-        summary_->fragments += rows != 0 ? 1 : 0;
+        under_way_ = {shots_count_, opp_count_, wave_count_};
     }
     return text;
 }
@@ -106,6 +115,7 @@ std::string WFM::flush_staging() {
 std::string WFM::shall_we_write(bool final) {
     if (final) {
         std::string text = flush_staging();
+        settle_fragment();
         return text.empty() ? write_scan_attributes() : text;
     }
     if (opp_count_ < input_->FragSize && wave_count_ < input_->FragSize &&

@@ -50,6 +50,7 @@ class WFM : public scanlib::pointcloud {
 
   private:
     std::string flush_staging();
+    void settle_fragment();
     bool lies_inside_time_range() const;
     std::string write_scan_attributes();
 
@@ -65,6 +66,12 @@ class WFM : public scanlib::pointcloud {
     std::int32_t date_code_;
     ReflectanceAmplitudeAttributes parsed_;
     ConversionSummary* summary_;
+    /// Rows of the fragment that is on its way to the file.
+    struct {
+        std::uint32_t shots = 0;
+        std::uint32_t echoes = 0;
+        std::uint32_t waveforms = 0;
+    } under_way_;
 };
 
 } // namespace Riegl

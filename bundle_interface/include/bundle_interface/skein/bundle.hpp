@@ -38,6 +38,12 @@ class Bundle : public Holdfast::ReferenceBase<Bundle> {
     /// is complete.
     void flush();
 
+    /// With write-behind, off at first, stores and flushes return while their bytes are on the way
+    /// to the file, so that the caller can prepare what comes next; a failure may then show in any
+    /// later operation. settle() waits until all has arrived.
+    void setWriteBehind(bool on);
+    void settle();
+
     /// Flushes, closes and renames the file to its name. Nothing can be stored afterwards. Calls
     /// after the first do nothing, or throw again if the first failed or a store did.
     void finish();

@@ -1,0 +1,143 @@
+#include "write_behind.hpp"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+using Skein::WriteBehind;
+
+/// A file without a name that goes when the test ends.
+class Scratch {
+  public:
+    Scratch() {
+        char name[] = "/tmp/write_behind_XXXXXX";
+        descriptor_ = ::mkstemp(name);
+        ::unlink(name);
+    }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    ~Scratch() { ::close(descriptor_); }
+
+    int descriptor() const { return descriptor_; }
+    std::vector<std::byte> content() const {
+        std::vector<std::byte> bytes(static_cast<std::size_t>(::lseek(descriptor_, 0, SEEK_END)));
+        EXPECT_EQ(::pread(descriptor_, bytes.data(), bytes.size(), 0),
+                  static_cast<ssize_t>(bytes.size()));
+        return bytes;
+    }
+
+  private:
+    int descriptor_ = -1;
+};
+
+std::vector<std::byte> noise(std::size_t count, unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<std::byte> bytes(count);
+    for (std::byte& b : bytes) {
+        b = static_cast<std::byte>(random());
+    }
+    return bytes;
+}
+
+TEST(ConcurrentWriteBehind, BytesArriveWholeAndLaterOnesWin) {
+    Scratch file;
+    const auto large = noise(5'000'001, 1);
+    const auto small = noise(77, 2);
+    auto expected = large;
+    std::copy(small.begin(), small.end(), expected.begin() + 1'048'570);
+    {
+        WriteBehind behind(file.descriptor());
+        ASSERT_TRUE(behind.write(0, large.data(), large.size()));
+        ASSERT_TRUE(behind.write(1'048'570, small.data(), small.size()));
+        ASSERT_TRUE(behind.drain());
+        EXPECT_EQ(file.content(), expected);
+    }
+    EXPECT_EQ(file.content(), expected);
+}
+
+TEST(ConcurrentWriteBehind, TheCallersBufferMayChangeAtOnce) {
+    Scratch file;
+    WriteBehind behind(file.descriptor());
+    std::vector<std::byte> expected;
+    for (unsigned i = 0; i < 200; ++i) {
+        auto bytes = noise(300'000, i);
+        ASSERT_TRUE(behind.write(expected.size(), bytes.data(), bytes.size()));
+        expected.insert(expected.end(), bytes.begin(), bytes.end());
+        std::fill(bytes.begin(), bytes.end(), std::byte{0});
+    }
+    ASSERT_TRUE(behind.drain());
+    EXPECT_EQ(file.content(), expected);
+}
+
+TEST(ConcurrentWriteBehind, MoreThanMayWaitPassesThrough) {
+    Scratch file;
+    WriteBehind behind(file.descriptor());
+    const auto bytes = noise(WriteBehind::most_waiting / 4, 3);
+    for (unsigned i = 0; i < 12; ++i) {
+        ASSERT_TRUE(behind.write(i * bytes.size(), bytes.data(), bytes.size()));
+    }
+    ASSERT_TRUE(behind.drain());
+    EXPECT_EQ(file.content().size(), 12 * bytes.size());
+}
+
+TEST(ConcurrentWriteBehind, MarksTellWhatIsDone) {
+    Scratch file;
+    WriteBehind behind(file.descriptor());
+    EXPECT_EQ(behind.reached(99), 99u);
+    const auto bytes = noise(3'000'000, 4);
+    for (std::uint64_t i = 1; i <= 5; ++i) {
+        ASSERT_TRUE(behind.resize(i * 100));
+        ASSERT_TRUE(behind.mark(i));
+    }
+    ASSERT_TRUE(behind.drain());
+    EXPECT_EQ(behind.reached(99), 5u);
+    EXPECT_EQ(file.content().size(), 500u);
+}
+
+TEST(ConcurrentWriteBehind, NothingHappensBehindAFailure) {
+    Scratch file;
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    rlimit tight = limit;
+    tight.rlim_cur = 1'000'000;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tight), 0);
+    {
+        WriteBehind behind(file.descriptor());
+        const auto bytes = noise(600'000, 5);
+        EXPECT_TRUE(behind.write(0, bytes.data(), bytes.size()));
+        EXPECT_TRUE(behind.mark(1));
+        ASSERT_TRUE(behind.drain());
+        behind.write(600'000, bytes.data(), bytes.size());
+        behind.mark(2);
+        EXPECT_FALSE(behind.drain());
+        EXPECT_EQ(behind.reached(0), 1u);
+        EXPECT_EQ(behind.error(), "write: File too large");
+        EXPECT_FALSE(behind.write(0, noise(10, 6).data(), 10));
+        EXPECT_FALSE(behind.resize(0));
+        EXPECT_FALSE(behind.mark(3));
+        EXPECT_EQ(behind.reached(0), 1u);
+        EXPECT_EQ(file.content().size(), 1'000'000u);
+    }
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    std::signal(SIGXFSZ, before);
+}
+
+TEST(ConcurrentWriteBehind, AClosedDescriptorIsAnErrorAndNotACrash) {
+    WriteBehind behind(-1);
+    const auto bytes = noise(10, 7);
+    behind.write(0, bytes.data(), bytes.size());
+    EXPECT_FALSE(behind.drain());
+    EXPECT_EQ(behind.error(), "write: Bad file descriptor");
+}
+
+} // namespace
