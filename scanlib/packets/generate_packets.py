@@ -53,8 +53,8 @@ class Kind:
         self.id, self.version = (int(x) for x in pair.split('.'))
         self.early = self.utf8 = self.variable = False
         self.size = None
-        self.sequence = None
-        self.fields, self.elements, self.tags = [], [], []
+        self.sequence = self.tail = None
+        self.fields, self.beyond, self.elements, self.tags = [], [], [], []
 
     def fixed_bits(self):
         return self.sequence[0] if self.sequence else self.size * 8
@@ -82,6 +82,10 @@ def parse(path):
                 setattr(k, key, True)
             elif key in ('field', 'unlisted'):
                 k.fields.append(Field(rest[0], rest[1], rest[2] if len(rest) > 2 else '', key == 'field', len(k.fields) + 1))
+            elif key == 'beyond':
+                k.beyond.append(Field(rest[0], rest[1], rest[2], False, 0))
+            elif key == 'tail':
+                k.tail = (int(rest[0]), int(rest[1]))
             elif key == 'element':
                 k.elements.append(Field(rest[0], rest[1], rest[2] if len(rest) > 2 else '', True, len(k.elements) + 1))
             elif key == 'tags':
@@ -110,14 +114,16 @@ def check(kinds, path):
             fail(k, 'sequence is not laid out in bytes')
         if not k.tags or set(k.tags) - set(TAGS[1:-1]):
             fail(k, 'unknown or no tag')
+        if k.sequence and (k.tail or k.beyond):
+            fail(k, 'has a sequence and something behind it')
         last = 0
         for f in k.fields:
-            if f.bit < last or f.end() > k.fixed_bits() or not 1 <= f.width <= 64:
+            if f.end() > k.fixed_bits() or not 1 <= f.width <= 64 or (f.listed and f.bit < last):
                 fail(k, 'field at bit %d overlaps or ends behind the fixed part' % f.bit)
-            last = f.end()
+            last = f.end() if f.listed else last
         last = 0
         for f in k.elements:
-            if not k.sequence or f.bit < last or f.end() > k.sequence[1]:
+            if not (k.sequence or k.tail) or f.bit < last or f.end() > (k.sequence or k.tail)[1]:
                 fail(k, 'element field at bit %d does not fit' % f.bit)
             last = f.end()
 
@@ -145,6 +151,13 @@ def view_accessor(f, base):
         return ('    %s %s(std::size_t i) const noexcept { return %s; }\n' % (f.cpp(), f.accessor, at) +
                 '    auto %s() const noexcept { return array<%s, %d, %d, %d>(%s); }\n' % (f.accessor, f.cpp(), f.bit, f.width, f.count, base))
     return '    %s %s() const noexcept { return %s; }\n' % (f.cpp(), f.accessor, get)
+
+
+def beyond_accessor(f):
+    """Reader of a field that the payload need not reach."""
+    if f.count:
+        return '    %s %s(std::size_t i) const noexcept { return beyond_at<%s, %d, %d>(i); }\n' % (f.cpp(), f.accessor, f.cpp(), f.bit, f.width)
+    return '    %s %s() const noexcept { return beyond_at<%s, %d, %d>(0); }\n' % (f.cpp(), f.accessor, f.cpp(), f.bit, f.width)
 
 
 def write_accessor(f, base):
@@ -205,6 +218,12 @@ def emit_view(k, index):
     out += identity(k, index)
     out += '    using %s::%s;\n' % (base.split('<')[0].replace('detail::', '') if not k.sequence else base, base.split('<')[0].split('::')[-1])
     out += ''.join(view_accessor(f, '') for f in k.fields)
+    out += ''.join(beyond_accessor(f) for f in k.beyond)
+    if k.tail:
+        f, e = k.tail
+        out += ('    /// Elements behind the fields; as many as the payload holds whole.\n'
+                '    std::size_t tail_size() const noexcept { return tail_count<%d, %d>(); }\n'
+                '    %s_element tail(std::size_t i) const noexcept { return {words_, %d + i * %d}; }\n' % (f, e, k.name, f, e))
     out += visit(k.fields) + '};\n\n'
     return out
 
@@ -222,9 +241,15 @@ def emit_writer(k, index):
             out += '    void element(std::size_t i, %s v) noexcept { put_at<%s, %d, %d>(i, v); }\n' % (plain.cpp(), plain.cpp(), f, e)
         else:
             out += '    %s_element_writer element(std::size_t i) noexcept { return {words_, %d + i * %d}; }\n' % (k.name, f, e)
+    elif k.tail:
+        f, e = k.tail
+        out += ('    /// Words of a payload with `n` elements behind its fields.\n'
+                '    static constexpr std::size_t words(std::size_t n = 0) noexcept { return (%d + n * %d + 31) / 32; }\n'
+                '    %s_element_writer element(std::size_t i) noexcept { return {words_, %d + i * %d}; }\n' % (f, e, k.name, f, e))
     else:
-        out += '    static constexpr std::size_t words(std::size_t = 0) noexcept { return %d; }\n' % (k.size // 4)
-    out += ''.join(write_accessor(f, '') for f in k.fields) + '};\n\n'
+        bits = max([k.size * 8] + [f.end() for f in k.beyond])
+        out += '    static constexpr std::size_t words(std::size_t = 0) noexcept { return %d; }\n' % ((bits + 31) // 32)
+    out += ''.join(write_accessor(f, '') for f in k.fields + k.beyond) + '};\n\n'
     return out
 
 
@@ -234,7 +259,7 @@ def packets_hpp(kinds):
            '/// a field without a name is called by its number, counted from 1.\n'
            'namespace scanlib::packets {\n\n']
     for n, k in enumerate(kinds, 1):
-        if k.sequence and not plain_element(k):
+        if k.tail or (k.sequence and not plain_element(k)):
             out.append(emit_element(k))
         out.append(emit_view(k, n))
     out.append('} // namespace scanlib::packets\n')
@@ -246,7 +271,7 @@ def packet_writers_hpp(kinds):
            '/// One writer for every kind of packet. A writer places fields in words that the caller owns and has cleared.\n'
            'namespace scanlib::packets {\n\n']
     for n, k in enumerate(kinds, 1):
-        if k.sequence and not plain_element(k):
+        if k.tail or (k.sequence and not plain_element(k)):
             out.append(emit_element_writer(k))
         out.append(emit_writer(k, n))
     out.append('} // namespace scanlib::packets\n')

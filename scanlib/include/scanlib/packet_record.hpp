@@ -172,6 +172,18 @@ class record {
     fixed_text<Count> text() const noexcept {
         return {words_, Bit};
     }
+    /// Value `i` of a field behind the fixed part; 0 where the payload ends before it.
+    template<class T, std::size_t Bit, std::size_t Width>
+    T beyond_at(std::size_t i) const noexcept {
+        const auto bits = static_cast<std::size_t>(end_ - words_) * 32;
+        return bits < Bit + (i + 1) * Width ? T{} : extract<T, Bit, Width>(words_, i * Width);
+    }
+    /// Elements of E bits that lie whole in the payload behind its first F bits.
+    template<std::size_t F, std::size_t E>
+    std::size_t tail_count() const noexcept {
+        const auto bits = static_cast<std::size_t>(end_ - words_) * 32;
+        return bits < F ? 0 : (bits - F) / E;
+    }
     /// Bytes of the payload behind the first F bits.
     template<std::size_t F>
     std::size_t bytes_behind() const noexcept {
