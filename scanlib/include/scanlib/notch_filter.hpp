@@ -76,7 +76,6 @@ class notch_filter {
     enum class mode : std::uint8_t { none, fixed, line, frame };
 
     void update(std::uint32_t line_counter, std::uint32_t frame_counter, const units_type& units);
-    limits_type static_limits(const units_type& units) const noexcept;
     limits_type limits_of_entry(std::uint32_t i) const noexcept;
 
     mode mode_ = mode::none;
