@@ -22,6 +22,10 @@ enum class loss : std::uint8_t {
     echo_without_shot,
     echo_in_notch,
     echo_without_position,
+    packed_shot_without_key,
+    packed_leftover,
+    packed_queue_full,
+    short_subpackage,
     skipped_fragment,
     skipped_row,
     count_ ///< number of kinds of loss, none itself
