@@ -1,6 +1,7 @@
 #pragma once
 
 #include "scanlib/scanmech.hpp"
+#include "scanlib/turning_normal.hpp"
 
 #include <vector>
 
@@ -27,6 +28,7 @@ class mirrorwheel : public scanmech {
     /// The segment plays no part.
     void set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t segment) override;
     void write_members(json_writer& out) const override;
+    void read_members(const boost::property_tree::ptree& tree) override;
 
     /// Prepares what follows from the parameters. Throws scanlib_exception when there are no
     /// facets.
@@ -40,26 +42,27 @@ class mirrorwheel : public scanmech {
     std::vector<mirror_facet> facets{mirror_facet{}};
 
   protected:
-    /// A facet's normal split about the mirror axis, so that turning it takes no more than a
-    /// weighted sum.
-    struct split_facet {
-        vector3 parallel;
-        vector3 perpendicular;
-        vector3 crossed; ///< axis x normal
+    /// A facet, prepared for turning about the mirror axis.
+    struct turning_facet {
+        turning_normal normal;
         double dist;
-
-        vector3 turned(double sine, double cosine) const noexcept {
-            return parallel + cosine * perpendicular + sine * crossed;
-        }
     };
 
-    /// Splits a facet about an axis.
-    static split_facet split(const mirror_facet& facet, const vector3& axis);
+    /// First step of `set_counts`: facet and angles.
+    void locate(std::uint32_t line, std::uint32_t frame) noexcept;
 
-    /// Steps of `set_angles` ahead of the frame rotation: fills the three scratch vectors.
+    /// Steps of `set_angles` ahead of the frame rotation: fills the three scratch vectors. A facet
+    /// beyond the table is the last one.
     void reflect(std::uint32_t facet_index) noexcept;
 
-    std::vector<split_facet> facet_table_;
+    /// Writes the beam, turned about z by the frame angle.
+    void send_turned(const vector3& origin, const vector3& direction) noexcept {
+        const vector3 turned_origin = turned_about_z(origin, sin_frame_, cos_frame_);
+        *beam_direction_out_ = turned_about_z(direction, sin_frame_, cos_frame_);
+        *beam_origin_out_ = turned_origin;
+    }
+
+    std::vector<turning_facet> facet_table_;
     std::uint32_t counts_per_facet_ = 0;
     vector3 laser_to_axis_{};
     vector3 rotated_normal_{};

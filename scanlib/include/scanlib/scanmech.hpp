@@ -3,10 +3,31 @@
 #include "scanlib/json_writer.hpp"
 #include "scanlib/vector3.hpp"
 
+#include <boost/property_tree/ptree_fwd.hpp>
+
 #include <cstdint>
 #include <memory>
 
 namespace scanlib {
+
+/// Numbers of the scanner models.
+enum scanmech_kind : std::uint32_t {
+    kind_scanmech = 0,
+    kind_mirrorwheel = 1,
+    kind_wedge = 2,
+    kind_mirrorwheel_exitpane = 3,
+    kind_mirrorwheel_deflection = 4,
+    kind_mirrorwheel_biaxial = 5,
+    kind_mirrorwheel_nodding = 7,
+    kind_gimbalmountmirror = 8,
+    kind_mirrorwheel_deflection_windowdistortion = 9,
+    kind_mirrorwheel_windowdistortion = 10,
+    kind_wedge_scanconedistortion = 11,
+    kind_mirrorwheel_scanconedistortion = 12,
+    kind_mirrorwheel_facetsurfacedistortion = 13,
+    kind_mirrorwheel_facetsurfacedistortion_D = 14,
+    kind_mirrorwheel_fanbeam = 15,
+};
 
 /// Sine and cosine by way of the tangent of half the angle (radians). Both come from one tangent,
 /// and they stay consistent with each other: the sum of their squares is 1 to the last place.
@@ -25,7 +46,7 @@ class scanmech {
     scanmech(vector3* beam_origin_out, vector3* beam_direction_out);
     virtual ~scanmech();
 
-    /// Number of the class, as `create` takes it.
+    /// Number of the class, one of scanmech_kind.
     virtual std::uint32_t kind() const;
 
     /// Number of mirror facets; 0 for a model without.
@@ -43,6 +64,10 @@ class scanmech {
 
     /// Writes the members of the class's JSON object behind its "kind".
     virtual void write_members(json_writer& out) const;
+
+    /// Takes over those members of the class's JSON object that `tree` holds; `initialise` is due
+    /// then. Throws std::runtime_error that names the member for one that is malformed.
+    virtual void read_members(const boost::property_tree::ptree& tree);
 
     /// Writes the JSON object: "kind", then the members.
     void write(json_writer& out) const;

@@ -1,10 +1,9 @@
 #include "scanlib/scanmech.hpp"
 
-#include "scanlib/mirrorwheel.hpp"
+#include "members.hpp"
 
 #include <cmath>
 #include <numbers>
-#include <stdexcept>
 
 namespace scanlib {
 
@@ -15,16 +14,6 @@ constexpr double pi = std::numbers::pi;
 /// Angle of one count; a circle without counts gives 0.
 double angle_unit(std::uint32_t circle_count) {
     return circle_count == 0 ? 0.0 : 2 * pi / circle_count;
-}
-
-/// The word under which a class stands in JSON.
-const char* word_of(std::uint32_t kind) {
-    switch (kind) {
-    case 1:
-        return "mirrorwheel";
-    default:
-        return "unknown";
-    }
 }
 
 } // namespace
@@ -53,7 +42,7 @@ scanmech::scanmech(vector3* beam_origin_out, vector3* beam_direction_out)
 scanmech::~scanmech() = default;
 
 std::uint32_t scanmech::kind() const {
-    return 0;
+    return kind_scanmech;
 }
 
 std::uint32_t scanmech::facet_count() const {
@@ -82,26 +71,16 @@ void scanmech::position(vector3& out, double range) const {
     out = range * *beam_direction_out_ + *beam_origin_out_;
 }
 
-void scanmech::write(json_writer& out) const {
-    out.begin_object().member("kind", std::string_view(word_of(kind())));
-    write_members(out);
-    out.end_object();
-}
-
 void scanmech::write_members(json_writer& out) const {
     out.member("range_unit", range_unit)
         .member("line_circle_count", line_circle_count)
         .member("frame_circle_count", frame_circle_count);
 }
 
-std::unique_ptr<scanmech> scanmech::create(std::uint32_t kind, vector3* beam_origin_out,
-                                           vector3* beam_direction_out) {
-    switch (kind) {
-    case 1:
-        return std::make_unique<mirrorwheel>(beam_origin_out, beam_direction_out);
-    default:
-        throw std::runtime_error("scanmech::create: unknown kind");
-    }
+void scanmech::read_members(const boost::property_tree::ptree& tree) {
+    members::read(tree, "range_unit", range_unit);
+    members::read(tree, "line_circle_count", line_circle_count);
+    members::read(tree, "frame_circle_count", frame_circle_count);
 }
 
 } // namespace scanlib
