@@ -3,6 +3,7 @@
 #include "scanlib/scanmech.hpp"
 #include "scanlib/turning_normal.hpp"
 
+#include <algorithm>
 #include <vector>
 
 namespace scanlib {
@@ -53,12 +54,23 @@ class mirrorwheel : public scanmech {
 
     /// Steps of `set_angles` ahead of the frame rotation: fills the three scratch vectors. A facet
     /// beyond the table is the last one.
-    void reflect(std::uint32_t facet_index) noexcept;
+    void reflect(std::uint32_t facet_index, double line, double frame) noexcept {
+        turn(line, frame);
+        const turning_facet& f =
+            facet_table_[std::min<std::size_t>(facet_index, facet_table_.size() - 1)];
+        const vector3 n = f.normal.turned(line_turn_);
+        rotated_normal_ = n;
+        reflected_direction_ = laser_direction - 2 * dot(laser_direction, n) * n;
+        reflected_origin_ = laser_origin - 2 * (dot(laser_to_axis_, n) - f.dist) * n;
+    }
 
     /// Writes the beam, turned about z by the frame angle.
     void send_turned(const vector3& origin, const vector3& direction) noexcept {
-        const vector3 turned_origin = turned_about_z(origin, sin_frame_, cos_frame_);
-        *beam_direction_out_ = turned_about_z(direction, sin_frame_, cos_frame_);
+        const double sine = frame_turn_.sine;
+        const double cosine = frame_turn_.cosine;
+        const vector3 turned_origin = turned_about_z(origin, sine, cosine);
+        const vector3 turned_direction = turned_about_z(direction, sine, cosine);
+        *beam_direction_out_ = turned_direction;
         *beam_origin_out_ = turned_origin;
     }
 

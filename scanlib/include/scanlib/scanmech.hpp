@@ -1,5 +1,6 @@
 #pragma once
 
+#include "scanlib/half_angle.hpp"
 #include "scanlib/json_writer.hpp"
 #include "scanlib/vector3.hpp"
 
@@ -28,10 +29,6 @@ enum scanmech_kind : std::uint32_t {
     kind_mirrorwheel_facetsurfacedistortion_D = 14,
     kind_mirrorwheel_fanbeam = 15,
 };
-
-/// Sine and cosine by way of the tangent of half the angle (radians). Both come from one tangent,
-/// and they stay consistent with each other: the sum of their squares is 1 to the last place.
-void half_angle_sine_cosine(double angle, double& sine, double& cosine) noexcept;
 
 /// Computes for a pair of line and frame encoder counts where the laser beam leaves the scanner and
 /// in which direction. Each derived class models one optical layout; this class is the plain one:
@@ -92,15 +89,15 @@ class scanmech {
     scanmech(const scanmech&) = default;
     scanmech& operator=(const scanmech&) = default;
 
-    /// Brings the four sines and cosines up to date; an angle that did not change costs nothing.
+    /// Brings the sines and cosines up to date; an angle that did not change costs nothing.
     void turn(double line, double frame) noexcept {
         if (line != turned_line_) {
             turned_line_ = line;
-            half_angle_sine_cosine(line, sin_line_, cos_line_);
+            line_turn_ = half_angle(line);
         }
         if (frame != turned_frame_) {
             turned_frame_ = frame;
-            half_angle_sine_cosine(frame, sin_frame_, cos_frame_);
+            frame_turn_ = half_angle(frame);
         }
     }
 
@@ -108,10 +105,8 @@ class scanmech {
     vector3* beam_direction_out_;
     double line_unit_ = 0; ///< radians for each count
     double frame_unit_ = 0;
-    double sin_line_ = 0;
-    double cos_line_ = 1;
-    double sin_frame_ = 0;
-    double cos_frame_ = 1;
+    sine_cosine line_turn_;
+    sine_cosine frame_turn_;
 
   private:
     double turned_line_ = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "scanlib/half_angle.hpp"
 #include "scanlib/vector3.hpp"
 
 namespace scanlib {
@@ -19,9 +20,8 @@ struct turning_normal {
         , perpendicular(normal - parallel)
         , crossed(cross(axis, normal)) {}
 
-    /// The normal after a turn by the angle with the given sine and cosine.
-    vector3 turned(double sine, double cosine) const noexcept {
-        return parallel + cosine * perpendicular + sine * crossed;
+    vector3 turned(const sine_cosine& turn) const noexcept {
+        return parallel + turn.cosine * perpendicular + turn.sine * crossed;
     }
 };
 

@@ -28,15 +28,15 @@ void gimbalmountmirror::set_counts(std::uint32_t line, std::uint32_t frame,
 
 void gimbalmountmirror::set_angles(std::uint32_t /*facet_index*/, double line, double frame) {
     turn(line, frame);
-    const vector3 n = facet_.turned(sin_line_, cos_line_);
+    const vector3 n = facet_.turned(line_turn_);
     const vector3 of_mirror = line_mirror_axis_origin + dist * n;
     const double to_mirror = dot(of_mirror - frame_mirror_axis_origin, n);
 
     // The sum in the bracket is how the instruments' geometry is told. It is the rotation about the
     // frame axis as long as the two axes keep the normal perpendicular to the latter.
     const vector3 along = dot(n, frame_mirror_axis_direction) * frame_mirror_axis_direction;
-    const vector3 turned =
-        cos_frame_ * (n + along) + along + sin_frame_ * cross(frame_mirror_axis_direction, n);
+    const vector3 turned = frame_turn_.cosine * (n + along) + along +
+                           frame_turn_.sine * cross(frame_mirror_axis_direction, n);
 
     const vector3 turned_point = frame_mirror_axis_origin + to_mirror * turned;
     const vector3 origin = laser_origin + 2 * dot(turned_point - laser_origin, turned) * turned;

@@ -3,8 +3,6 @@
 #include "members.hpp"
 #include "scanlib/scanlib_exception.hpp"
 
-#include <algorithm>
-
 namespace scanlib {
 
 mirrorwheel::mirrorwheel(vector3* beam_origin_out, vector3* beam_direction_out)
@@ -59,19 +57,8 @@ void mirrorwheel::set_counts(std::uint32_t line, std::uint32_t frame, std::uint3
     set_angles(facet, line_angle, frame_angle);
 }
 
-void mirrorwheel::reflect(std::uint32_t facet_index) noexcept {
-    const turning_facet& f =
-        facet_table_[std::min<std::size_t>(facet_index, facet_table_.size() - 1)];
-    rotated_normal_ = f.normal.turned(sin_line_, cos_line_);
-    reflected_direction_ =
-        laser_direction - 2 * dot(laser_direction, rotated_normal_) * rotated_normal_;
-    reflected_origin_ =
-        laser_origin - 2 * (dot(laser_to_axis_, rotated_normal_) - f.dist) * rotated_normal_;
-}
-
 void mirrorwheel::set_angles(std::uint32_t facet_index, double line, double frame) {
-    turn(line, frame);
-    reflect(facet_index);
+    reflect(facet_index, line, frame);
     send_turned(reflected_origin_, reflected_direction_);
 }
 

@@ -48,7 +48,8 @@ void mirrorwheel_biaxial::set_angles(std::uint32_t facet_index, double line, dou
     mirrorwheel::set_angles(facet_index, line, frame);
     const vector3& n = rotated_normal_;
     const double c = -2 * dot(n, aperture_direction);
-    shift_direction_ = turned_about_z(aperture_direction + c * n, sin_frame_, cos_frame_);
+    shift_direction_ =
+        turned_about_z(aperture_direction + c * n, frame_turn_.sine, frame_turn_.cosine);
 }
 
 double mirrorwheel_biaxial::shift_at(double range) const noexcept {

@@ -52,8 +52,7 @@ void mirrorwheel_deflection::set_counts(std::uint32_t line, std::uint32_t frame,
 }
 
 void mirrorwheel_deflection::set_angles(std::uint32_t facet_index, double line, double frame) {
-    turn(line, frame);
-    reflect(facet_index);
+    reflect(facet_index, line, frame);
     const vector3& m = deflection_mirror_direction;
     const vector3 direction = reflected_direction_ - 2 * dot(reflected_direction_, m) * m;
     const vector3 origin = reflected_origin_ - 2 * dot(reflected_origin_, m) * m + image_shift_;

@@ -26,8 +26,7 @@ void mirrorwheel_exitpane::initialise() {
 }
 
 void mirrorwheel_exitpane::set_angles(std::uint32_t facet_index, double line, double frame) {
-    turn(line, frame);
-    reflect(facet_index);
+    reflect(facet_index, line, frame);
     const vector3& d = reflected_direction_;
     const double c = dot(d, exit_pane_direction);
     const double s = 1 / std::sqrt(c * c - k_);

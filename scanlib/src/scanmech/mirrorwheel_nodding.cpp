@@ -21,9 +21,8 @@ void mirrorwheel_nodding::initialise() {
 }
 
 void mirrorwheel_nodding::set_angles(std::uint32_t facet_index, double line, double frame) {
-    turn(line, frame);
-    reflect(facet_index);
-    const vector3 g = nodding_normal_.turned(sin_frame_, cos_frame_);
+    reflect(facet_index, line, frame);
+    const vector3 g = nodding_normal_.turned(frame_turn_);
     const double to_mirror = dot(reflected_origin_ - nodding_axis_origin, g) - nodding_facet.dist;
     const vector3 origin = reflected_origin_ - 2 * to_mirror * g;
     *beam_direction_out_ = reflected_direction_ - 2 * dot(reflected_direction_, g) * g;

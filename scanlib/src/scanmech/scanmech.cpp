@@ -2,7 +2,6 @@
 
 #include "members.hpp"
 
-#include <cmath>
 #include <numbers>
 
 namespace scanlib {
@@ -17,21 +16,6 @@ double angle_unit(std::uint32_t circle_count) {
 }
 
 } // namespace
-
-void half_angle_sine_cosine(double angle, double& sine, double& cosine) noexcept {
-    if (angle == 0) {
-        sine = 0;
-        cosine = 1;
-        return;
-    }
-    // Half the angle stays clear of the poles of the tangent by turning to the supplement around
-    // pi.
-    const bool near_zero = angle < pi / 2 || angle > 3 * pi / 2;
-    const double t = std::tan((near_zero ? angle : pi - angle) / 2);
-    const double tt = t * t;
-    sine = 2 * t / (1 + tt);
-    cosine = (near_zero ? 1 - tt : tt - 1) / (1 + tt);
-}
 
 scanmech::scanmech(vector3* beam_origin_out, vector3* beam_direction_out)
     : beam_origin_out_(beam_origin_out), beam_direction_out_(beam_direction_out) {
@@ -64,7 +48,8 @@ void scanmech::set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t
 void scanmech::set_angles(std::uint32_t /*facet_index*/, double line, double frame) {
     turn(line, frame);
     *beam_origin_out_ = {};
-    *beam_direction_out_ = {sin_line_ * cos_frame_, sin_line_ * sin_frame_, cos_line_};
+    *beam_direction_out_ = {line_turn_.sine * frame_turn_.cosine,
+                            line_turn_.sine * frame_turn_.sine, line_turn_.cosine};
 }
 
 void scanmech::position(vector3& out, double range) const {

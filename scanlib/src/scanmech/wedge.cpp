@@ -33,8 +33,8 @@ void wedge::set_counts(std::uint32_t line, std::uint32_t /*frame*/, std::uint32_
 
 void wedge::set_angles(std::uint32_t /*facet_index*/, double line, double frame) {
     turn(line, frame);
-    const vector3 n1 = facet1_.turned(sin_line_, cos_line_);
-    const vector3 n2 = facet2_.turned(sin_line_, cos_line_);
+    const vector3 n1 = facet1_.turned(line_turn_);
+    const vector3 n2 = facet2_.turned(line_turn_);
 
     const double c1 = dot(laser_direction, n1);
     const vector3 h1 = dot(to_first_, n1) / c1 * laser_direction;
