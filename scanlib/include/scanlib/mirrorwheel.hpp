@@ -1,7 +1,9 @@
 #pragma once
 
 #include "scanlib/scanmech.hpp"
+#include "scanlib/turning_normal.hpp"
 
+#include <algorithm>
 #include <vector>
 
 namespace scanlib {
@@ -27,6 +29,7 @@ class mirrorwheel : public scanmech {
     /// The segment plays no part.
     void set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t segment) override;
     void write_members(json_writer& out) const override;
+    void read_members(const boost::property_tree::ptree& tree) override;
 
     /// Prepares what follows from the parameters. Throws scanlib_exception when there are no
     /// facets.
@@ -40,26 +43,38 @@ class mirrorwheel : public scanmech {
     std::vector<mirror_facet> facets{mirror_facet{}};
 
   protected:
-    /// A facet's normal split about the mirror axis, so that turning it takes no more than a
-    /// weighted sum.
-    struct split_facet {
-        vector3 parallel;
-        vector3 perpendicular;
-        vector3 crossed; ///< axis x normal
+    /// A facet, prepared for turning about the mirror axis.
+    struct turning_facet {
+        turning_normal normal;
         double dist;
-
-        vector3 turned(double sine, double cosine) const noexcept {
-            return parallel + cosine * perpendicular + sine * crossed;
-        }
     };
 
-    /// Splits a facet about an axis.
-    static split_facet split(const mirror_facet& facet, const vector3& axis);
+    /// First step of `set_counts`: facet and angles.
+    void locate(std::uint32_t line, std::uint32_t frame) noexcept;
 
-    /// Steps of `set_angles` ahead of the frame rotation: fills the three scratch vectors.
-    void reflect(std::uint32_t facet_index) noexcept;
+    /// Steps of `set_angles` ahead of the frame rotation: fills the three scratch vectors. A facet
+    /// beyond the table is the last one.
+    void reflect(std::uint32_t facet_index, double line, double frame) noexcept {
+        turn(line, frame);
+        const turning_facet& f =
+            facet_table_[std::min<std::size_t>(facet_index, facet_table_.size() - 1)];
+        const vector3 n = f.normal.turned(line_turn_);
+        rotated_normal_ = n;
+        reflected_direction_ = laser_direction - 2 * dot(laser_direction, n) * n;
+        reflected_origin_ = laser_origin - 2 * (dot(laser_to_axis_, n) - f.dist) * n;
+    }
 
-    std::vector<split_facet> facet_table_;
+    /// Writes the beam, turned about z by the frame angle.
+    void send_turned(const vector3& origin, const vector3& direction) noexcept {
+        const double sine = frame_turn_.sine;
+        const double cosine = frame_turn_.cosine;
+        const vector3 turned_origin = turned_about_z(origin, sine, cosine);
+        const vector3 turned_direction = turned_about_z(direction, sine, cosine);
+        *beam_direction_out_ = turned_direction;
+        *beam_origin_out_ = turned_origin;
+    }
+
+    std::vector<turning_facet> facet_table_;
     std::uint32_t counts_per_facet_ = 0;
     vector3 laser_to_axis_{};
     vector3 rotated_normal_{};

@@ -1,16 +1,34 @@
 #pragma once
 
+#include "scanlib/half_angle.hpp"
 #include "scanlib/json_writer.hpp"
 #include "scanlib/vector3.hpp"
+
+#include <boost/property_tree/ptree_fwd.hpp>
 
 #include <cstdint>
 #include <memory>
 
 namespace scanlib {
 
-/// Sine and cosine by way of the tangent of half the angle (radians). Both come from one tangent,
-/// and they stay consistent with each other: the sum of their squares is 1 to the last place.
-void half_angle_sine_cosine(double angle, double& sine, double& cosine) noexcept;
+/// Numbers of the scanner models.
+enum scanmech_kind : std::uint32_t {
+    kind_scanmech = 0,
+    kind_mirrorwheel = 1,
+    kind_wedge = 2,
+    kind_mirrorwheel_exitpane = 3,
+    kind_mirrorwheel_deflection = 4,
+    kind_mirrorwheel_biaxial = 5,
+    kind_mirrorwheel_nodding = 7,
+    kind_gimbalmountmirror = 8,
+    kind_mirrorwheel_deflection_windowdistortion = 9,
+    kind_mirrorwheel_windowdistortion = 10,
+    kind_wedge_scanconedistortion = 11,
+    kind_mirrorwheel_scanconedistortion = 12,
+    kind_mirrorwheel_facetsurfacedistortion = 13,
+    kind_mirrorwheel_facetsurfacedistortion_D = 14,
+    kind_mirrorwheel_fanbeam = 15,
+};
 
 /// Computes for a pair of line and frame encoder counts where the laser beam leaves the scanner and
 /// in which direction. Each derived class models one optical layout; this class is the plain one:
@@ -25,7 +43,7 @@ class scanmech {
     scanmech(vector3* beam_origin_out, vector3* beam_direction_out);
     virtual ~scanmech();
 
-    /// Number of the class, as `create` takes it.
+    /// Number of the class, one of scanmech_kind.
     virtual std::uint32_t kind() const;
 
     /// Number of mirror facets; 0 for a model without.
@@ -43,6 +61,10 @@ class scanmech {
 
     /// Writes the members of the class's JSON object behind its "kind".
     virtual void write_members(json_writer& out) const;
+
+    /// Takes over those members of the class's JSON object that `tree` holds; `initialise` is due
+    /// then. Throws std::runtime_error that names the member for one that is malformed.
+    virtual void read_members(const boost::property_tree::ptree& tree);
 
     /// Writes the JSON object: "kind", then the members.
     void write(json_writer& out) const;
@@ -67,15 +89,15 @@ class scanmech {
     scanmech(const scanmech&) = default;
     scanmech& operator=(const scanmech&) = default;
 
-    /// Brings the four sines and cosines up to date; an angle that did not change costs nothing.
+    /// Brings the sines and cosines up to date; an angle that did not change costs nothing.
     void turn(double line, double frame) noexcept {
         if (line != turned_line_) {
             turned_line_ = line;
-            half_angle_sine_cosine(line, sin_line_, cos_line_);
+            line_turn_ = half_angle(line);
         }
         if (frame != turned_frame_) {
             turned_frame_ = frame;
-            half_angle_sine_cosine(frame, sin_frame_, cos_frame_);
+            frame_turn_ = half_angle(frame);
         }
     }
 
@@ -83,10 +105,8 @@ class scanmech {
     vector3* beam_direction_out_;
     double line_unit_ = 0; ///< radians for each count
     double frame_unit_ = 0;
-    double sin_line_ = 0;
-    double cos_line_ = 1;
-    double sin_frame_ = 0;
-    double cos_frame_ = 1;
+    sine_cosine line_turn_;
+    sine_cosine frame_turn_;
 
   private:
     double turned_line_ = 0;

@@ -1,8 +1,7 @@
 #include "scanlib/mirrorwheel.hpp"
 
+#include "members.hpp"
 #include "scanlib/scanlib_exception.hpp"
-
-#include <algorithm>
 
 namespace scanlib {
 
@@ -12,16 +11,11 @@ mirrorwheel::mirrorwheel(vector3* beam_origin_out, vector3* beam_direction_out)
 }
 
 std::uint32_t mirrorwheel::kind() const {
-    return 1;
+    return kind_mirrorwheel;
 }
 
 std::uint32_t mirrorwheel::facet_count() const {
     return static_cast<std::uint32_t>(facets.size());
-}
-
-mirrorwheel::split_facet mirrorwheel::split(const mirror_facet& facet, const vector3& axis) {
-    const vector3 parallel = dot(axis, facet.normal) * axis;
-    return {parallel, facet.normal - parallel, cross(axis, facet.normal), facet.dist};
 }
 
 void mirrorwheel::initialise() {
@@ -35,11 +29,11 @@ void mirrorwheel::initialise() {
     facet_table_.clear();
     facet_table_.reserve(facets.size());
     for (const mirror_facet& f : facets) {
-        facet_table_.push_back(split(f, mirror_axis_direction));
+        facet_table_.push_back({turning_normal(f.normal, mirror_axis_direction), f.dist});
     }
 }
 
-void mirrorwheel::set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t /*segment*/) {
+void mirrorwheel::locate(std::uint32_t line, std::uint32_t frame) noexcept {
     std::uint32_t turned_facets = 0;
     std::int64_t in_facet = 0;
     if (counts_per_facet_ != 0) {
@@ -51,29 +45,21 @@ void mirrorwheel::set_counts(std::uint32_t line, std::uint32_t frame, std::uint3
                 static_cast<std::int32_t>(line) % static_cast<std::int64_t>(counts_per_facet_);
         }
     }
-    const std::uint32_t n = facet_count();
+    const auto n = static_cast<std::uint32_t>(facet_table_.size());
     facet = turned_facets < n ? turned_facets : turned_facets % n;
     line_angle = static_cast<double>(in_facet - line_angle_0) * line_unit_;
     frame_angle = frame * frame_unit_;
+}
+
+void mirrorwheel::set_counts(std::uint32_t line, std::uint32_t frame, std::uint32_t /*segment*/) {
+    locate(line, frame);
     // Derived classes bend the beam further in their own set_angles.
     set_angles(facet, line_angle, frame_angle);
 }
 
-void mirrorwheel::reflect(std::uint32_t facet_index) noexcept {
-    const split_facet& f =
-        facet_table_[std::min<std::size_t>(facet_index, facet_table_.size() - 1)];
-    rotated_normal_ = f.turned(sin_line_, cos_line_);
-    reflected_direction_ =
-        laser_direction - 2 * dot(laser_direction, rotated_normal_) * rotated_normal_;
-    reflected_origin_ =
-        laser_origin - 2 * (dot(laser_to_axis_, rotated_normal_) - f.dist) * rotated_normal_;
-}
-
 void mirrorwheel::set_angles(std::uint32_t facet_index, double line, double frame) {
-    turn(line, frame);
-    reflect(facet_index);
-    *beam_direction_out_ = turned_about_z(reflected_direction_, sin_frame_, cos_frame_);
-    *beam_origin_out_ = turned_about_z(reflected_origin_, sin_frame_, cos_frame_);
+    reflect(facet_index, line, frame);
+    send_turned(reflected_origin_, reflected_direction_);
 }
 
 void mirrorwheel::write_members(json_writer& out) const {
@@ -88,6 +74,21 @@ void mirrorwheel::write_members(json_writer& out) const {
         out.begin_object().array("normal", f.normal).member("dist", f.dist).end_object();
     }
     out.end_array();
+}
+
+void mirrorwheel::read_members(const boost::property_tree::ptree& tree) {
+    scanmech::read_members(tree);
+    members::read(tree, "laser_origin", laser_origin);
+    members::read(tree, "laser_direction", laser_direction);
+    members::read(tree, "mirror_axis_origin", mirror_axis_origin);
+    members::read(tree, "mirror_axis_direction", mirror_axis_direction);
+    members::read(tree, "line_angle_0", line_angle_0);
+    members::read_list(tree, "facets", facets, [](const members::ptree& element) {
+        mirror_facet f;
+        members::require(element, "normal", f.normal);
+        members::require(element, "dist", f.dist);
+        return f;
+    });
 }
 
 } // namespace scanlib
