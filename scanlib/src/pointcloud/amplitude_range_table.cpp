@@ -1,6 +1,5 @@
 #include "scanlib/amplitude_range_table.hpp"
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
@@ -17,9 +16,8 @@ double amplitude_range_table::corrected(std::int32_t range_counter, std::uint16_
     if (!(amplitude < static_cast<double>(last) * counts)) {
         return counter;
     }
-    // The quotient may round up to the entry behind the last interval, but no further.
-    const auto i = static_cast<std::size_t>(std::floor(amplitude / counts));
-    return counter + entries[std::min(i, last)];
+    // Below `last`, so that it rounds to `last` at most.
+    return counter + entries[static_cast<std::size_t>(std::floor(amplitude / counts))];
 }
 
 } // namespace scanlib

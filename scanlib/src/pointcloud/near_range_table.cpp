@@ -1,6 +1,5 @@
 #include "scanlib/near_range_table.hpp"
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
@@ -14,11 +13,11 @@ double near_range_table::corrected(double range, double fraction_range) const no
     if (!(range > 0 && range < static_cast<double>(last) * step)) {
         return range;
     }
-    // The quotient may round up to the entry behind the last interval.
-    const std::size_t i = std::min(static_cast<std::size_t>(std::floor(range / step)), last);
+    // The end is exact in a double, and so no range below it divides to `last`.
+    const auto i = static_cast<std::size_t>(std::floor(range / step));
     // In 32 bits, as are the entries, and so not always in step with the index.
     const float f = std::fmod(static_cast<float>(fraction_range), step) / step;
-    return range + ((1 - f) * entries[i] + f * entries[std::min(i + 1, last)]);
+    return range + ((1 - f) * entries[i] + f * entries[i + 1]);
 }
 
 } // namespace scanlib
