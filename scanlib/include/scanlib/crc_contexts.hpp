@@ -45,6 +45,9 @@ class crc_contexts {
     std::optional<mismatch> check(std::uint8_t context, std::uint32_t new_sequence,
                                   std::uint32_t crc) noexcept;
 
+    /// Whether any context holds a kind.
+    bool selects(packet_index kind) const noexcept { return chosen_.test(kind); }
+
     std::size_t size() const noexcept { return contexts_.size(); }
     void clear() noexcept;
 

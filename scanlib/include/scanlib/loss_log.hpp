@@ -22,6 +22,8 @@ enum class loss : std::uint8_t {
     echo_without_shot,
     echo_in_notch,
     echo_without_position,
+    echo_without_zone,
+    checksum_mismatch,
     packed_shot_without_key,
     packed_leftover,
     packed_queue_full,

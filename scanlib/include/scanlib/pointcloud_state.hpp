@@ -1,5 +1,14 @@
 #pragma once
 
+#include "scanlib/amplitude_range_table.hpp"
+#include "scanlib/calibration_tables.hpp"
+#include "scanlib/crc_contexts.hpp"
+#include "scanlib/dynamic_trigger.hpp"
+#include "scanlib/mta_history.hpp"
+#include "scanlib/near_range_table.hpp"
+#include "scanlib/notch_filter.hpp"
+#include "scanlib/range_grid.hpp"
+#include "scanlib/reflectance_table.hpp"
 #include "scanlib/time_sync.hpp"
 #include "scanlib/vector3.hpp"
 
@@ -50,9 +59,30 @@ struct pointcloud_state {
     double direction_unit = unknown; ///< 1
     double utc_unit = unknown;       ///< s
 
-    // Reflectance correction over range.
-    std::vector<float> reftab_table; ///< dB
-    float reftab_step = 0;           ///< m between entries
+    // Corrections of echoes.
+    amplitude_range_table arange_table;
+    near_range_table nrange_table;
+    reflectance_table reftab_table;
+    calibration_tables calib_tables;
+    range_grid calib_2d;
+    bool calib_2d_active = false; ///< from then on no near-range table is taken
+    notch_filter notch;
+    dynamic_trigger dyntrig;
+
+    // Echoes of earlier shots (multiple time around).
+    bool mta_enabled = false;
+    bool mta_fixed = false;     ///< told from outside, so that the stream's settings do not count
+    std::uint8_t mta_zones = 0; ///< zone of all echoes, counted from 1; 0 to search it
+    float gate_low = 0;         ///< m
+    float gate_high = 0;        ///< m
+    std::vector<std::uint16_t> mta_alternatives; ///< further zones to place each echo in
+    mta_history history;
+
+    // Modulation of the pulses' distances.
+    std::uint32_t pulse_num_mod_ampl = 1;
+    std::uint32_t pulse_code_phase_mode = 0;
+    std::uint32_t pulse_phase_step = 0;
+    std::vector<double> intervals;
 
     // Instrument and atmosphere.
     double group_velocity = 300000000.0; ///< m/s
@@ -71,6 +101,8 @@ struct pointcloud_state {
     std::string type_id;
     std::string build;
     std::string ident;
+
+    crc_contexts checksums;
 
     time_sync shot_sync;
     time_sync housekeeping_sync;

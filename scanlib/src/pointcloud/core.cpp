@@ -1,9 +1,13 @@
 #include "scanlib/pointcloud.hpp"
+#include "stored_meta.hpp"
 
 namespace scanlib {
 
 pointcloud::pointcloud(bool sync_to_pps)
-    : embedded_mech(&beam_origin, &beam_direction), sync_to_pps_(sync_to_pps) {
+    : compressed_packets(false)
+    , embedded_mech(&beam_origin, &beam_direction)
+    , sync_to_pps_(sync_to_pps)
+    , meta_(std::make_unique<stored_meta>()) {
     reset();
 }
 
@@ -21,22 +25,21 @@ void pointcloud::reset() {
     targets.clear();
     targets.reserve(10);
     target_count = 0;
+    alternatives.clear();
+    alternatives_aside_.clear();
+    *meta_ = {};
     configure_synchronisers();
 }
-
-void pointcloud::apply_meta() {}
 
 void pointcloud::on_shot() {}
 
 void pointcloud::on_shot_end() {}
 
-void pointcloud::on_echo_ready(echo_position /*position*/) {}
+void pointcloud::on_gap_pulse() {}
 
 void pointcloud::on_sync_gained() {}
 
 void pointcloud::on_sync_lost() {}
-
-void pointcloud::on_check_parameters_before_measurement_starting() {}
 
 void pointcloud::start_measurement() {
     if (!measurement_started) {
@@ -63,6 +66,9 @@ void pointcloud::on_line_stop(packets::line_stop& /*p*/) {
         targets[target_count - 1].lineend = 1;
     }
     close_shot();
+    if (mta_enabled) {
+        history.clear();
+    }
 }
 
 void pointcloud::on_line_start_segment_1(packets::line_start_segment_1& /*p*/) {

@@ -46,8 +46,11 @@ void pointcloud::write_state(json_writer& out) const {
     }
     out.member("serial", serial)
         .member("build", build)
-        .member("unambiguous_range", unambiguous_range)
-        .member("attenuation", attenuation)
+        .member("unambiguous_range", unambiguous_range);
+    if (mta_enabled && mta_zones == 0) {
+        out.member("gate_low", gate_low).member("gate_high", gate_high);
+    }
+    out.member("attenuation", attenuation)
         .member("pressure", pressure)
         .member("pressure_sl", pressure_sl)
         .member("rel_humidity", rel_humidity)
@@ -63,8 +66,20 @@ void pointcloud::write_state(json_writer& out) const {
         .member("systime_unit", systime_unit)
         .member("systime_hr_unit", systime_hr_unit)
         .member("systime_hr_bits", systime_hr_bits);
+    if (!intervals.empty()) {
+        out.key("pulse_position_modulation")
+            .begin_object()
+            .member("pulse_num_mod_ampl", pulse_num_mod_ampl)
+            .member("pulse_code_phase_mode", pulse_code_phase_mode)
+            .member("pulse_phase_step", pulse_phase_step)
+            .array("intervals", intervals)
+            .end_object();
+    }
+    if (!nrange_table.empty()) {
+        out.member("nrange_delta", nrange_table.step).array("nrange", nrange_table.entries);
+    }
     if (!reftab_table.empty()) {
-        out.member("refltab_delta", reftab_step).array("refltab", reftab_table);
+        out.member("refltab_delta", reftab_table.step).array("refltab", reftab_table.entries);
     }
     if (!mechs.empty()) {
         out.key("scanmech").begin_array();
@@ -73,6 +88,29 @@ void pointcloud::write_state(json_writer& out) const {
         }
         out.end_array();
     }
+    if (dyntrig.present() && !dyntrig.table_form()) {
+        write_trigger(out);
+    }
+}
+
+void pointcloud::write_trigger(json_writer& out) const {
+    out.key("dyntrig")
+        .begin_object()
+        .member("offset", dyntrig.offset())
+        .member("scale", dyntrig.scale())
+        .key("table")
+        .begin_array();
+    for (const auto& row : dyntrig.rows()) {
+        out.begin_object()
+            .member("thra1", row.thra1)
+            .member("del1", row.del1)
+            .member("dec1", row.dec1)
+            .member("thra2", row.thra2)
+            .member("del2", row.del2)
+            .member("dec2", row.dec2)
+            .end_object();
+    }
+    out.end_array().end_object();
 }
 
 } // namespace scanlib

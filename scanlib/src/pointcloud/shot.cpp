@@ -1,47 +1,46 @@
 #include "scanlib/pointcloud.hpp"
+#include "scanlib/saturate.hpp"
+
+#include "shot_time.hpp"
+#include "target_storage.hpp"
 
 #include <cmath>
 #include <limits>
 
 namespace scanlib {
 
-scanmech* pointcloud::mech_of(std::uint32_t scan_segment) const noexcept {
-    const std::size_t n = mechs.size();
-    if (n == 0) {
-        return nullptr;
-    }
-    return mechs[scan_segment < n ? scan_segment : scan_segment % n].get();
-}
-
-template<class Count>
-inline void pointcloud::take_shot_time(Count ticks) {
-    const bool was_locked = shot_sync.locked();
-    const sync_time t = shot_sync.convert(ticks);
-    time = sync_to_pps_ ? t.external : t.internal;
-    time_internal = t.internal;
-    if (was_locked && !shot_sync.locked()) [[unlikely]] {
-        on_sync_lost();
-    }
-}
-
-/// Sets the beam, which the scanner model writes into this object.
-inline void pointcloud::aim() {
-    scanmech* chosen = mech_of(segment);
-    scanmech& mech = chosen != nullptr ? *chosen : embedded_mech;
-    mech.set_counts(line_counter, frame_counter, segment);
+/// Takes over what the scanner model tells of the shot beside the beam, which it wrote itself.
+void pointcloud::take_beam_of(const scanmech& mech) noexcept {
     facet = mech.facet;
     line_angle = mech.line_angle;
     frame_angle = mech.frame_angle;
 }
 
-template<class Count>
-inline void pointcloud::open_shot(Count ticks) {
+/// Sets the beam of the shot at hand.
+inline void pointcloud::aim() {
+    scanmech* chosen = mech_of(segment);
+    scanmech& mech = chosen != nullptr ? *chosen : embedded_mech;
+    mech.set_counts(line_counter, frame_counter, segment);
+    take_beam_of(mech);
+}
+
+/// What comes ahead of the time of any shot.
+inline void pointcloud::begin_shot() {
     start_measurement();
+    notch.start_shot(line_counter, frame_counter, notch_units());
     close_shot();
     shot_open = true;
+}
+
+template<class Count>
+inline void pointcloud::open_shot(Count ticks) {
+    begin_shot();
     take_shot_time(ticks);
     segment = segment_pending;
     aim();
+    if constexpr (sizeof(Count) == sizeof(std::uint64_t)) {
+        remember_shot(ticks);
+    }
     on_shot();
 }
 
@@ -63,6 +62,8 @@ inline void pointcloud::end_of_targets() {
         // The synchronisation may have become valid in the midst of this shot.
         first_shot_released = true;
         note_held_back();
+    } else if (dyntrig.present()) {
+        release_triggered();
     } else if (target_count != 0) {
         on_echo_ready(target_count == 1 ? echo_position::single : echo_position::last);
     } else if (!std::isnan(background_radiation)) {
@@ -73,6 +74,10 @@ inline void pointcloud::end_of_targets() {
 
 void pointcloud::close_shot() {
     end_of_targets();
+    if (mta_enabled) {
+        // The echoes may have put earlier shots in its place.
+        recall_shot(0);
+    }
     if (shot_open) {
         on_shot_end();
     }
@@ -113,6 +118,25 @@ void pointcloud::on_laser_shot_2angles_hr(packets::laser_shot_2angles_hr& p) {
     line_counter = p.line_counter();
     frame_counter = p.frame_counter();
     open_shot(p.time_counter_hr());
+}
+
+void pointcloud::on_laser_shot_utctime_origin_direction(
+    packets::laser_shot_utctime_origin_direction& p) {
+    if (p.validity() != 0) {
+        return;
+    }
+    begin_shot();
+    time = static_cast<double>(p.utc_counter()) * utc_unit;
+    time_internal = time;
+    segment = segment_pending;
+    facet = 0;
+    line_angle = 0;
+    for (std::size_t i = 0; i < 3; ++i) {
+        beam_origin[i] = p.origin(i) * origin_unit;
+        beam_direction[i] = p.direction(i) * direction_unit;
+    }
+    remember_shot(saturate<std::uint64_t>(time / systime_hr_unit));
+    on_shot();
 }
 
 } // namespace scanlib

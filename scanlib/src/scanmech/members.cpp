@@ -9,6 +9,15 @@ namespace scanlib::members {
 
 namespace {
 
+template<class Int>
+void read_integer(const ptree& tree, const char* key, Int& out) {
+    if (const ptree* value = find(tree, key)) {
+        out = saturate<Int>(number_of(*value, key));
+    }
+}
+
+} // namespace
+
 double number_of(const ptree& value, const char* key) {
     const std::string& text = value.data();
     double number = 0;
@@ -18,15 +27,6 @@ double number_of(const ptree& value, const char* key) {
     }
     return number;
 }
-
-template<class Int>
-void read_integer(const ptree& tree, const char* key, Int& out) {
-    if (const ptree* value = find(tree, key)) {
-        out = saturate<Int>(number_of(*value, key));
-    }
-}
-
-} // namespace
 
 void malformed(const char* key, const char* expected) {
     throw std::runtime_error(std::string("scanmech: \"") + key + "\" ought " + expected);

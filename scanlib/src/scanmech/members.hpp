@@ -23,6 +23,9 @@ constexpr std::size_t list_limit = 65536;
 /// The member, or null.
 const ptree* find(const ptree& tree, const char* key);
 
+/// The number that the value of the member `key` is.
+double number_of(const ptree& value, const char* key);
+
 void read(const ptree& tree, const char* key, double& out);
 /// A number outside the range of the integer gives the nearer bound, a NaN 0.
 void read(const ptree& tree, const char* key, std::uint32_t& out);

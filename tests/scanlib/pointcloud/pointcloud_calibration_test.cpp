@@ -28,7 +28,7 @@ void feed_table(fed_pointcloud& cloud) {
             w.element(2, 300);
         },
         3);
-    cloud.reftab_step = 16;
+    cloud.reftab_table.step = 16;
 }
 
 } // namespace
@@ -129,11 +129,11 @@ TEST(pointcloud_calibration,
             w.element(2, 7);
         },
         3);
-    EXPECT_FLOAT_EQ(cloud.reftab_step, 16777216 * 0.001F / 4000);
-    ASSERT_EQ(cloud.reftab_table.size(), 3U);
-    EXPECT_FLOAT_EQ(cloud.reftab_table[0], 2.5F);
-    EXPECT_FLOAT_EQ(cloud.reftab_table[1], -1.0F);
-    EXPECT_FLOAT_EQ(cloud.reftab_table[2], -0.07F);
+    EXPECT_FLOAT_EQ(cloud.reftab_table.step, 16777216 * 0.001F / 4000);
+    ASSERT_EQ(cloud.reftab_table.entries.size(), 3U);
+    EXPECT_FLOAT_EQ(cloud.reftab_table.entries[0], 2.5F);
+    EXPECT_FLOAT_EQ(cloud.reftab_table.entries[1], -1.0F);
+    EXPECT_FLOAT_EQ(cloud.reftab_table.entries[2], -0.07F);
 }
 
 TEST(pointcloud_calibration, reflectance_table_interpolates_on_the_absolute_range) {

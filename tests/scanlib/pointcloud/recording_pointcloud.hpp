@@ -56,7 +56,6 @@ class recording_pointcloud : public pointcloud {
     using pointcloud_state::pressure_sl;
     using pointcloud_state::range_unit;
     using pointcloud_state::refl_unit;
-    using pointcloud_state::reftab_step;
     using pointcloud_state::reftab_table;
     using pointcloud_state::rel_humidity;
     using pointcloud_state::rng_scale;
