@@ -96,7 +96,7 @@ class mta_history {
     std::size_t mask_ = 0;
     std::size_t newest_ = 0;
     std::size_t filled_ = 0;  ///< entries with a shot
-    std::size_t ordered_ = 0; ///< the newest of them whose ticks never rise towards the old end
+    std::size_t ordered_ = 0; ///< newest entries whose ticks never rise towards the old end
     std::size_t size_ = 0;
 };
 

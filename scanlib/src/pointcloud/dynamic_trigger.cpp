@@ -17,7 +17,8 @@ namespace {
 void reach_of(std::span<const double> values, std::span<double> reach) noexcept {
     double greatest = -std::numeric_limits<double>::infinity();
     for (std::size_t i = 0; i < values.size(); ++i) {
-        greatest = std::fmax(greatest, values[i]);
+        // This way round, so that a NaN is passed over.
+        greatest = values[i] > greatest ? values[i] : greatest;
         reach[i] = greatest;
     }
 }

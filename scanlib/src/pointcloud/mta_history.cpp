@@ -41,7 +41,6 @@ std::uint32_t mta_history::zone_count(std::uint32_t mta_zones, double gate_high,
 void mta_history::resize(std::size_t entries) noexcept {
     size_ = std::min<std::size_t>(entries, std::size_t{zone_limit} + 1);
     filled_ = std::min(filled_, size_);
-    ordered_ = std::min(ordered_, filled_);
 }
 
 /// Doubles the ring; the entries keep their order, the newest comes first.
@@ -96,6 +95,7 @@ mta_history::search(double range, double gate_low, double gate_high, double grou
     }
     // Behind the shots all entries are alike, so that the first of them stands for all.
     const std::size_t end = std::min(size_, filled_ + 1);
+    const std::size_t ordered = std::min(ordered_, filled_);
     std::size_t zone = 0;
     for (; zone < std::min(end, near_zones); ++zone) {
         const double r = range_in_zone(range, zone, group_velocity, systime_hr_unit);
@@ -103,9 +103,9 @@ mta_history::search(double range, double gate_low, double gate_high, double grou
             return located_echo{static_cast<std::uint16_t>(zone), r};
         }
     }
-    if (zone < ordered_ && is_rising_scale(group_velocity, systime_hr_unit)) {
+    if (zone < ordered && is_rising_scale(group_velocity, systime_hr_unit)) {
         // The ranges rise from zone to zone: skip those below the gate, and those above it.
-        std::size_t above = ordered_;
+        std::size_t above = ordered;
         while (zone < above) {
             const std::size_t middle = zone + (above - zone) / 2;
             if (range_in_zone(range, middle, group_velocity, systime_hr_unit) >= gate_low) {
@@ -114,9 +114,9 @@ mta_history::search(double range, double gate_low, double gate_high, double grou
                 zone = middle + 1;
             }
         }
-        if (zone < ordered_ &&
+        if (zone < ordered &&
             range_in_zone(range, zone, group_velocity, systime_hr_unit) > gate_high) {
-            zone = ordered_;
+            zone = ordered;
         }
     }
     for (; zone < end; ++zone) {

@@ -154,16 +154,16 @@ TEST(mta_history, echoes_of_zones_1_to_5_land_at_their_true_range) {
 
 TEST(mta_history, first_zone_inside_the_gates_wins) {
     const auto h = history_of(6, {10000, 11000, 12000, 13000, 14000, 15000});
-    EXPECT_EQ(h.search(100, 0, 1e9, velocity, unit)->zone, 0);
-    EXPECT_EQ(h.search(100, 101, 1e9, velocity, unit)->zone, 1);
-    EXPECT_EQ(h.search(-500, 0, 1e9, velocity, unit)->zone, 1);
+    EXPECT_EQ(h.search(100, 0, 1e9, velocity, unit).value().zone, 0);
+    EXPECT_EQ(h.search(100, 101, 1e9, velocity, unit).value().zone, 1);
+    EXPECT_EQ(h.search(-500, 0, 1e9, velocity, unit).value().zone, 1);
 }
 
 TEST(mta_history, both_gates_belong_to_the_zone) {
     const auto h = history_of(3, {1000, 2000, 3000});
-    EXPECT_EQ(h.search(100, 100, 100, velocity, unit)->zone, 0);
+    EXPECT_EQ(h.search(100, 100, 100, velocity, unit).value().zone, 0);
     const double one = 100 + 1000 * velocity * 0.5 * unit;
-    EXPECT_EQ(h.search(100, one, one, velocity, unit)->zone, 1);
+    EXPECT_EQ(h.search(100, one, one, velocity, unit).value().zone, 1);
 }
 
 TEST(mta_history, echo_outside_all_gates_has_no_zone) {
@@ -203,8 +203,8 @@ TEST(mta_history, numbers_that_are_none_find_no_zone) {
     EXPECT_FALSE(h.search(100, nan64, 1e9, velocity, unit));
     EXPECT_FALSE(h.search(100, 0, nan64, velocity, unit));
     EXPECT_FALSE(h.search(100, 500, 1e9, nan64, unit));
-    EXPECT_EQ(h.search(100, 0, inf64, nan64, unit)->zone, 0) << "zone 0 needs no velocity";
-    EXPECT_EQ(h.search(inf64, 0, inf64, velocity, unit)->zone, 0);
+    EXPECT_EQ(h.search(100, 0, inf64, nan64, unit).value().zone, 0) << "zone 0 needs no velocity";
+    EXPECT_EQ(h.search(inf64, 0, inf64, velocity, unit).value().zone, 0);
     EXPECT_FALSE(h.search(-inf64, 0, 1, velocity, unit));
 }
 
@@ -215,6 +215,30 @@ TEST(mta_history, counter_that_falls_gives_the_raw_difference_of_64_bits) {
     ASSERT_TRUE(found);
     EXPECT_EQ(found->zone, 1);
     EXPECT_NEAR(found->range, 18446744073709551615.0, 1e4);
+}
+
+TEST(mta_history, far_zones_are_found_with_a_negative_velocity_too) {
+    std::vector<std::uint64_t> ticks;
+    for (std::uint64_t i = 1; i <= 40; ++i) {
+        ticks.push_back(1000 * i);
+    }
+    const auto h = history_of(40, ticks);
+    EXPECT_EQ(h.search(100, 30000, 30500, velocity, unit).value().zone, 30);
+    EXPECT_EQ(h.search(100, -30000, -29500, -velocity, unit).value().zone, 30);
+    EXPECT_EQ(h.search(100, -30000, -29500, velocity, -unit).value().zone, 30);
+    EXPECT_FALSE(h.search(100, 30000, 30500, -velocity, unit));
+}
+
+TEST(mta_history, dropped_shots_are_not_found_any_more) {
+    auto h = history_of(40, {});
+    for (std::uint64_t i = 1; i <= 40; ++i) {
+        h.push(shot_at(1000 * i));
+    }
+    h.resize(20);
+    EXPECT_EQ(h.search(0, 19000, 19000, velocity, unit).value().zone, 19);
+    EXPECT_FALSE(h.search(0, 20000, 20000, velocity, unit));
+    h.clear();
+    EXPECT_FALSE(h.search(0, 19000, 19000, velocity, unit));
 }
 
 /// The plain loop over a list of shots.

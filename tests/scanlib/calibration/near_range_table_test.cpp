@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <initializer_list>
 #include <limits>
+#include <random>
 #include <vector>
 
 namespace {
@@ -63,6 +65,25 @@ TEST(near_range_table, fraction_is_taken_of_the_range_in_32_bits) {
     EXPECT_EQ(table.corrected(range), range);
 }
 
+TEST(near_range_table, fraction_is_that_of_the_standard_remainder_for_any_range) {
+    std::mt19937 random(8);
+    std::uniform_real_distribution<float> digits(1.0F, 2.0F);
+    std::uniform_int_distribution<int> power(-30, 60);
+    for (int i = 0; i < 20000; ++i) {
+        const float step = std::ldexp(digits(random), power(random) / 4);
+        const float whole = std::round(std::ldexp(digits(random), power(random)));
+        const float value = i % 2 == 0 ? std::ldexp(digits(random), power(random)) : whole * step;
+        for (const float fraction_range : {value, -value, std::nextafter(value, 0.0F)}) {
+            // In the first interval of a table from 0 to 1, the fraction is what is added.
+            const near_range_table table{step, {0.0F, 1.0F}};
+            const double half = 0.5 * step;
+            EXPECT_EQ(table.corrected(half, fraction_range),
+                      half + std::fmod(fraction_range, step) / step)
+                << fraction_range << " by " << step;
+        }
+    }
+}
+
 TEST(near_range_table, ranges_without_a_number_pass_through) {
     const near_range_table table{1.0F, {5.0F, 5.0F}};
     EXPECT_TRUE(std::isnan(table.corrected(nan64)));
@@ -85,7 +106,7 @@ TEST(near_range_table, odd_steps_never_leave_the_table) {
 
 TEST(near_range_table, greatest_range_below_the_end_is_in_the_last_interval) {
     for (int i = 1; i < 2000; ++i) {
-        for (const std::size_t entries : {2, 4, 12, 64}) {
+        for (const std::size_t entries : std::initializer_list<std::size_t>{2, 4, 12, 64}) {
             const float step = 0.001F * static_cast<float>(i);
             near_range_table table{step, std::vector<float>(entries, 5.0F)};
             table.entries.back() = 7.0F;

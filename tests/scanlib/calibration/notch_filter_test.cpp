@@ -124,6 +124,8 @@ TEST(notch_filter, windows_by_line_angle_are_as_worked_out_by_hand) {
     EXPECT_EQ(notch.limits(), (limits_type{-1199, 3000, 2800}));
     notch.start_shot(10 * 256, 0, units);
     EXPECT_EQ(notch.limits().range_high, 3100);
+    notch.start_shot(9 * 256, 0, units);
+    EXPECT_EQ(notch.limits().range_high, 3000) << "a line that comes again";
 }
 
 TEST(notch_filter, windows_by_frame_angle_follow_the_frame_counter) {
