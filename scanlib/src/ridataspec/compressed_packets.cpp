@@ -9,9 +9,6 @@ using detail::ring_queue;
 
 namespace {
 
-/// Closes the sequence of a frame of shots, where an element's time correction stands.
-constexpr int closing_pattern = -2;
-
 /// Adds a frame's slope and an element's corrections to a shot.
 template<class Shot, class Packet, class Element>
 void advance(Shot& shot, const Packet& p, const Element& e) {
@@ -171,7 +168,7 @@ void compressed_packets::on_packed_frame_laser_shot_2angles(
     s.push_shot(s.plain_shots, s.plain);
     for (std::uint32_t i = 0; i < p.size(); ++i) {
         const auto e = p[i];
-        if (e.time_correction() == closing_pattern) {
+        if (e.time_correction() == closing_time_correction) {
             break;
         }
         advance(s.plain, p, e);
@@ -192,7 +189,7 @@ void compressed_packets::on_packed_frame_laser_shot_2angles_rad(
     s.push_shot(s.rad_shots, s.rad);
     for (std::uint32_t i = 0; i < p.size(); ++i) {
         const auto e = p[i];
-        if (e.time_correction() == closing_pattern) {
+        if (e.time_correction() == closing_time_correction) {
             break;
         }
         advance(s.rad, p, e);
