@@ -1,6 +1,6 @@
 #include "scanlib/mirrorwheel.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 #include "scanlib/scanlib_exception.hpp"
 
 namespace scanlib {

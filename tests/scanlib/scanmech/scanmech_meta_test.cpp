@@ -240,23 +240,23 @@ TEST(scanmech_meta, failed_reading_leaves_a_usable_object) {
 }
 
 TEST(scanmech_meta, arrays_have_three_elements_without_names) {
-    const std::string told = "scanmech: \"laser_origin\" ought to be an array";
+    const std::string told = "metadata: \"laser_origin\" ought to be an array";
     EXPECT_EQ(refusal("{\"kind\":\"wedge\",\"laser_origin\":[1,2]}"), told + " of three");
     EXPECT_EQ(refusal("{\"kind\":\"wedge\",\"laser_origin\":[1,2,3,4]}"), told + " of three");
     EXPECT_EQ(refusal("{\"kind\":\"wedge\",\"laser_origin\":\"\"}"), told + " of three");
     EXPECT_EQ(refusal("{\"kind\":\"wedge\",\"laser_origin\":{\"x\":1,\"y\":2,\"z\":3}}"), told);
     EXPECT_EQ(refusal("{\"kind\":\"wedge\",\"laser_origin\":5}"), told);
     EXPECT_EQ(refusal("{\"kind\":\"wedge\",\"laser_origin\":[1,[2],3]}"),
-              "scanmech: \"laser_origin\" ought to be a number");
+              "metadata: \"laser_origin\" ought to be a number");
 }
 
 TEST(scanmech_meta, elements_of_lists_are_complete) {
     EXPECT_EQ(refusal("{\"kind\":\"mirrorwheel\",\"facets\":[{\"normal\":[1,0,0]}]}"),
-              "scanmech: \"dist\" ought to be there");
+              "metadata: \"dist\" ought to be there");
     EXPECT_EQ(refusal("{\"kind\":\"mirrorwheel\",\"facets\":[{\"dist\":1}]}"),
-              "scanmech: \"normal\" ought to be there");
+              "metadata: \"normal\" ought to be there");
     EXPECT_EQ(refusal("{\"kind\":\"mirrorwheel_biaxial\",\"biaxial_shift\":[{\"range\":1}]}"),
-              "scanmech: \"shift\" ought to be there");
+              "metadata: \"shift\" ought to be there");
 }
 
 TEST(scanmech_meta, lists_have_at_most_65536_elements) {
@@ -268,7 +268,7 @@ TEST(scanmech_meta, lists_have_at_most_65536_elements) {
     const std::string head = "{\"kind\":\"mirrorwheel_scanconedistortion\",\"nodes\":[";
     EXPECT_EQ(refusal(head + json + "]}"), "accepted");
     EXPECT_EQ(refusal(head + json + ',' + list + "]}"),
-              "scanmech: \"nodes\" ought to have at most 65536 elements");
+              "metadata: \"nodes\" ought to have at most 65536 elements");
 }
 
 TEST(scanmech_meta, integers_saturate) {
