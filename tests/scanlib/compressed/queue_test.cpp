@@ -122,6 +122,16 @@ TEST(Queues, KeyShotWithoutEchoesSinceTheLastKeyDropsNothing) {
     EXPECT_EQ(r.losses.count(loss::packed_leftover), 0u);
 }
 
+TEST(Queues, KeyShotBehindADroppingOneDropsNothingMore) {
+    expansion_recorder r;
+    r.run(key_shot, key(1, 0));
+    r.run(frame_echo, echoes(1));
+    r.run(key_shot, key(2, 2)); // drops the echo; no echo has come since
+    EXPECT_THAT(r.run(key_shot, key(3, 0)), IsEmpty());
+    EXPECT_THAT(r.run(frame_echo, echoes(2)),
+                ElementsAre(echo(2), echo(3), "2angles 0", "1angle 0", "shot 3"));
+}
+
 TEST(Queues, FrameShotBeforeAnyKeyIsDroppedAndCounted) {
     expansion_recorder r;
     EXPECT_THAT(r.run(frame_shot, frame(1, 0)), IsEmpty());
