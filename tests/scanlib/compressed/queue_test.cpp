@@ -46,7 +46,6 @@ bit_text echoes(std::size_t n) {
 
 constexpr packet_id key_shot{45, 0};
 constexpr packet_id frame_shot{46, 0};
-constexpr packet_id key_echo{47, 0};
 constexpr packet_id frame_echo{48, 0};
 constexpr packet_id key_shot_rad{51, 0};
 constexpr packet_id frame_shot_rad{52, 0};
