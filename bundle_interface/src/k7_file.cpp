@@ -116,7 +116,6 @@ class Handle {
 };
 
 // The file driver: hands the library's reads and writes to a CommitFile.
-// ------------------------------------------
 
 struct Medium {
     H5FD_t base; // must be first
@@ -253,7 +252,6 @@ const H5FD_class_t& mediumClass() {
 }
 
 // Types and property lists.
-// ----------------------------------------------------------------------------------------
 
 struct TypePair {
     hid_t file;
@@ -345,7 +343,6 @@ void setAttribute(hid_t object, const std::string& name, TypePair types, hid_t s
 } // namespace
 
 // K7File.
-// ----------------------------------------------------------------------------------------------------------
 
 struct K7File::State {
     std::string path;
@@ -369,6 +366,7 @@ struct K7File::State {
     void flush();
     Handle datasetCreation(const MemBase& array, const std::vector<hsize_t>& shape) const;
     void closeLibraryFile() noexcept;
+    void removePart() noexcept;
 };
 
 /// Runs one operation under the lock, and makes its failure the file's last.
@@ -445,6 +443,13 @@ Handle K7File::State::datasetCreation(const MemBase& array,
     return list;
 }
 
+void K7File::State::removePart() noexcept {
+    std::error_code ignored;
+    if (medium && !finished) {
+        std::filesystem::remove(part, ignored);
+    }
+}
+
 K7File::K7File(const std::string& path, const StorageTransformations* transformations)
     : state_(std::make_unique<State>()) {
     State& s = *state_;
@@ -456,17 +461,22 @@ K7File::K7File(const std::string& path, const StorageTransformations* transforma
         s.shuffle = transformations->Shuffle;
         s.deflate_level = std::min(transformations->DeflateLevel, std::uint32_t{9});
     }
-    s.perform("create the bundle", [&] {
-        if (std::filesystem::is_directory(path)) {
-            throw Failure{path + " is a directory"};
-        }
-        s.create();
-    });
-    setText("/", "Format", format_name);
-    setScalar("/", "FormatVersion", format_version);
-    setText("/", "Creator", creator);
-    // From here on the .part opens, whenever the process ends.
-    flush();
+    try {
+        s.perform("create the bundle", [&] {
+            if (std::filesystem::is_directory(path)) {
+                throw Failure{path + " is a directory"};
+            }
+            s.create();
+        });
+        setText("/", "Format", format_name);
+        setScalar("/", "FormatVersion", format_version);
+        setText("/", "Creator", creator);
+        // From here on the .part opens, whenever the process ends.
+        flush();
+    } catch (...) {
+        s.removePart();
+        throw;
+    }
 }
 
 K7File::~K7File() {
@@ -585,6 +595,12 @@ void K7File::abandon() noexcept {
     s.abandoned = true;
     s.medium->rollBack();
     s.closeLibraryFile();
+}
+
+void K7File::discard() noexcept {
+    abandon();
+    const std::lock_guard lock(libraryMutex());
+    state_->removePart();
 }
 
 std::uint64_t K7File::size() const {
