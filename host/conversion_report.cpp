@@ -59,10 +59,10 @@ void report_failure(const conversion_result& r) {
                      r.text.c_str());
     }
     if (r.summary.interrupted) {
-        const std::string place =
-            r.summary.abandoned
-                ? "cannot be opened; no output is made"
-                : "stopped at byte " + std::to_string(r.summary.offset) + "; what came before is stored";
+        const std::string place = r.summary.abandoned
+                                      ? "cannot be opened; no output is made"
+                                      : "stopped at byte " + std::to_string(r.summary.offset) +
+                                            "; what came before is stored";
         std::fprintf(stderr, "rxp2k7: %s: %s: %s\n", r.input.c_str(), place.c_str(),
                      r.summary.cause.c_str());
     }

@@ -250,9 +250,8 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
             text = end_normally(input, file, wfm, *connection);
         }
     } catch (const std::exception& e) {
-        text = interrupted(e.what(),
-                           "rxpToSkeinK7: Export interrupted for file: " + utf8_of(file) +
-                               ". Error: " + e.what());
+        text = interrupted(e.what(), "rxpToSkeinK7: Export interrupted for file: " + utf8_of(file) +
+                                         ". Error: " + e.what());
     } catch (...) {
         text = interrupted("unknown exception",
                            "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
