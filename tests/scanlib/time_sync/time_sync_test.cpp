@@ -151,8 +151,7 @@ TEST(time_sync, pulse_repetition_rate_sets_the_timeout_at_the_first_pair) {
 }
 
 TEST(time_sync, timeout_of_the_high_resolution_path_takes_its_own_unit) {
-    time_sync s;
-    s.configure(1e-07, 0.001, 1e-12, 0.000001, 49, 0);
+    time_sync s = high_resolution();
     s.set_pulse_repetition_rate(1000000);
     s.pps(u64{1000}, u64{1000});
     EXPECT_DOUBLE_EQ(s.timeout(), 0.5 / (1000000 * 5e-08));
@@ -297,8 +296,7 @@ TEST(time_sync, drifting_counter_maps_to_pps_time_within_a_microsecond) {
         const double rate = 1e12 * (1 + drift(random));
         const double phase = std::uniform_real_distribution<double>(0, 1e15)(random);
         const u64 bits = (u64{1} << 49) - 1;
-        time_sync s;
-        s.configure(1e-07, 0.001, 1e-12, 0.000001, 49, 0);
+        time_sync s = high_resolution();
         const double start = 86390;
         const auto count = [&](double t) {
             return scanlib::saturate<u64>(phase + (t - start) * rate) & bits;
