@@ -62,7 +62,7 @@ bool CommitFile::writeAll(std::uint64_t at, const std::byte* bytes, std::size_t 
 }
 
 std::uint64_t CommitFile::leftInPage() const noexcept {
-    return page_bytes - allocated_ % page_bytes;
+    return (page_bytes - allocated_ % page_bytes) % page_bytes;
 }
 
 std::uint64_t CommitFile::allocateData(std::uint64_t count) noexcept {

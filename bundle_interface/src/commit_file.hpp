@@ -42,7 +42,7 @@ class CommitFile {
     /// End of the space given out.
     std::uint64_t allocated() const noexcept { return allocated_; }
     void setAllocated(std::uint64_t end) noexcept { allocated_ = end; }
-    /// Bytes from there to the end of the page.
+    /// Bytes from there to the end of its page; 0 at the start of one.
     std::uint64_t leftInPage() const noexcept;
 
     bool writeData(std::uint64_t at, const void* bytes, std::size_t count);

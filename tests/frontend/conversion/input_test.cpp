@@ -1,15 +1,22 @@
 #include "frontend/conversion.hpp"
 
+#include <cstdint>
+
 #include <gtest/gtest.h>
 
 namespace {
 
-TEST(InputSpeak, TellsEachMemberOnALine) {
+Riegl::Input record(std::uint32_t frag_size, bool grids, std::uint32_t length) {
     Riegl::Input input;
-    input.FragSize = 4294967295;
-    input.ExportFWF = true;
-    input.ExportOPP = true;
-    input.Exported_FWF_LENGTH = 0;
+    input.FragSize = frag_size;
+    input.ExportFWF = grids;
+    input.ExportOPP = grids;
+    input.Exported_FWF_LENGTH = length;
+    return input;
+}
+
+TEST(InputSpeak, TellsEachMemberOnALine) {
+    Riegl::Input input = record(4294967295, true, 0);
     input.OutDir = "some/folder";
     input.TimeRange =
         Holdfast::StrongPtr<Skein::DataRange<double>>(new Skein::DataRange<double>(0.5, 1e9));
@@ -23,17 +30,12 @@ TEST(InputSpeak, TellsEachMemberOnALine) {
 }
 
 TEST(InputSpeak, NoTakesOneBlankAndAMissingRangeIsTold) {
-    Riegl::Input input;
-    input.FragSize = 7;
-    input.ExportFWF = false;
-    input.ExportOPP = false;
-    input.Exported_FWF_LENGTH = 8;
-    EXPECT_EQ(input.speak(), "FragSize: 7 \n"
-                             "ExportFWF? No \n"
-                             "ExportOPP? No \n"
-                             "Exported_FWF_LENGTH: 8 \n"
-                             "OutDir:  \n"
-                             "TimeRange:  no range available (no fwf-print)\n");
+    EXPECT_EQ(record(7, false, 8).speak(), "FragSize: 7 \n"
+                                           "ExportFWF? No \n"
+                                           "ExportOPP? No \n"
+                                           "Exported_FWF_LENGTH: 8 \n"
+                                           "OutDir:  \n"
+                                           "TimeRange:  no range available (no fwf-print)\n");
 }
 
 TEST(Input, CopySharesTheReferencesAndOwnsItsTexts) {
