@@ -327,8 +327,6 @@ void setAttribute(hid_t object, const std::string& name, TypePair types, hid_t s
 
 } // namespace
 
-// K7File.
-
 struct K7File::State {
     std::string path;
     std::string part;
@@ -450,6 +448,9 @@ K7File::K7File(const std::string& path, const StorageTransformations* transforma
         // From here on the .part opens, whenever the process ends.
         flush();
     } catch (...) {
+        const std::lock_guard lock(libraryMutex());
+        const Quiet quiet;
+        s.closeLibraryFile();
         s.removePart();
         throw;
     }

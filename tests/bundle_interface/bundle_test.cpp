@@ -245,9 +245,11 @@ TEST_F(BundleFile, DiscardAfterAFailedStoreRemovesThePart) {
     EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
-TEST_F(BundleFile, FileThatFailsWhileItIsMadeLeavesNoPart) {
+TEST_F(BundleFile, FileThatFailsWhileItIsMadeLeavesNoPartAndNoNoise) {
     const FileSizeLimit limit(100);
+    testing::internal::CaptureStderr();
     EXPECT_THAT(text_of([&] { bound(); }), HasSubstr("File too large"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_FALSE(std::filesystem::exists(part_));
 }
 
