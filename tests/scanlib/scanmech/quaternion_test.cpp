@@ -34,19 +34,30 @@ TEST(quaternion, axis_is_used_as_given) {
     EXPECT_NEAR(q.w, 0, 1e-15);
 }
 
-TEST(quaternion, interpolation_has_unit_length) {
+TEST(quaternion, product_with_its_conjugate_around_a_vector_is_the_rotation) {
+    // Also for a quaternion that is not of unit length.
+    const quaternion q{0.5, -1.5, 2, 0.25};
+    const vector3 v{1, -2, 3};
+    const quaternion p = q * quaternion{0, v[0], v[1], v[2]} * quaternion{q.w, -q.x, -q.y, -q.z};
+    EXPECT_NEAR(p.w, 0, 1e-14);
+    expect_near(rotated(q, v), {p.x, p.y, p.z}, 1e-13);
+}
+
+TEST(quaternion, interpolation_keeps_the_length_of_the_vector) {
     std::mt19937 random(103);
     for (double f = -1; f < 1; f += 0.05) {
-        const quaternion q = interpolated(rotation_about(random_direction(random), 0.3),
-                                          rotation_about(random_direction(random), 0.2), f);
-        EXPECT_NEAR(q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z, 1, 1e-15);
+        const vector3 v = rotated_between(rotation_about(random_direction(random), 0.3),
+                                          rotation_about(random_direction(random), 0.2), f,
+                                          random_direction(random));
+        EXPECT_NEAR(length(v), 1, 1e-14);
     }
 }
 
 TEST(quaternion, interpolation_between_turns_about_one_axis_meets_the_mean_half_way) {
     const vector3 axis = unit({1, 2, 3});
-    const quaternion q = interpolated(rotation_about(axis, 0.2), rotation_about(axis, 0.6), 0.5);
-    expect_near(rotated(q, {1, 0, 0}), rotated_by({1, 0, 0}, axis, 0.4), 1e-15);
+    expect_near(
+        rotated_between(rotation_about(axis, 0.2), rotation_about(axis, 0.6), 0.5, {1, 0, 0}),
+        rotated_by({1, 0, 0}, axis, 0.4), 1e-15);
 }
 
 TEST(half_angle, agrees_with_the_library_for_any_angle_of_a_few_turns) {
