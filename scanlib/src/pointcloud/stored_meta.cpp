@@ -91,7 +91,7 @@ void pointcloud::on_rxp_parameters(packets::rxp_parameters& p, const std::uint32
     std::istringstream in{std::string(text)};
     boost::property_tree::ptree tree;
     boost::property_tree::read_json(in, tree);
-    meta_->tree = std::move(tree);
+    meta_->tree.swap(tree);
 }
 
 const boost::property_tree::ptree* pointcloud::stored_section(const char* name) const {
