@@ -5,12 +5,15 @@
 #include "scanlib/pointcloud.hpp"
 #include "scanlib/rxpmarker.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <set>
 #include <sstream>
+#include <vector>
 
 namespace simulator {
 namespace {
@@ -68,7 +71,11 @@ class judge : public scanlib::pointcloud {
     std::uint64_t shots = 0;
     std::uint64_t echoes = 0;
     double worst_time = 0;
-    double worst_distance = 0;
+    double worst_distance = 0; ///< of points on the beam
+    double worst_vertex = 0;   ///< of points as the scanner model places them
+    std::uint64_t silent_shots = 0;
+    std::uint64_t rejected = 0; ///< echoes that the dynamic trigger took out
+    std::set<std::uint16_t> zones;
     double strangest_reflectance = 0;
 
   protected:
@@ -78,21 +85,35 @@ class judge : public scanlib::pointcloud {
         worst_time = off <= worst_time ? worst_time : off;
         ++shots;
     }
-    void on_echo_ready(scanlib::echo_position /*position*/) override {
+    void on_echo_ready(scanlib::echo_position position) override {
+        if (position == scanlib::echo_position::none) {
+            ++silent_shots;
+            return;
+        }
         const scanlib::target& t = newest_target();
-        const double off = scene_.distance(beam_origin + t.echo_range * beam_direction);
-        worst_distance = off <= worst_distance ? worst_distance : off;
+        if (std::isnan(t.echo_range)) {
+            ++rejected;
+            return;
+        }
+        take_worst(worst_distance, beam_origin + t.echo_range * beam_direction);
+        take_worst(worst_vertex, {t.vertex[0], t.vertex[1], t.vertex[2]});
+        zones.insert(t.mta_zone);
         strangest_reflectance =
             std::max(strangest_reflectance, static_cast<double>(std::abs(t.reflectance)));
         ++echoes;
     }
 
   private:
+    void take_worst(double& worst, const vector3& point) const {
+        const double off = scene_.distance(point);
+        worst = off <= worst ? worst : off;
+    }
+
     scene scene_;
     scan_program program_;
 };
 
-class RecordingOfEachForm : public ::testing::TestWithParam<bool> {};
+class RecordingOfEachForm : public ::testing::TestWithParam<packet_form> {};
 
 TEST_P(RecordingOfEachForm, PointsLieOnTheSurfacesAndTimesAreThoseOfThePulses) {
     for (const std::uint64_t seed : {1U, 2U, 3U, 4U}) {
@@ -100,7 +121,7 @@ TEST_P(RecordingOfEachForm, PointsLieOnTheSurfacesAndTimesAreThoseOfThePulses) {
         settings.shots = 60000;
         settings.pulse_rate = 50000; // so that the recording lasts some seconds
         settings.seed = seed;
-        settings.high_resolution = GetParam();
+        settings.form = GetParam();
         const scratch_file file;
         const auto recorded = record(settings, file.name());
         judge j(settings);
@@ -117,7 +138,7 @@ TEST_P(RecordingOfEachForm, PointsLieOnTheSurfacesAndTimesAreThoseOfThePulses) {
 TEST_P(RecordingOfEachForm, FollowsFromItsSettingsByteForByte) {
     scan_settings settings;
     settings.shots = 5000;
-    settings.high_resolution = GetParam();
+    settings.form = GetParam();
     const scratch_file a;
     const scratch_file b;
     record(settings, a.name());
@@ -134,7 +155,7 @@ TEST_P(RecordingOfEachForm, KeepsTheTimeAcrossMidnight) {
     settings.shots = 20000;
     settings.pulse_rate = 20000;
     settings.start_time = 86398;
-    settings.high_resolution = GetParam();
+    settings.form = GetParam();
     const scratch_file file;
     record(settings, file.name());
     judge j(settings);
@@ -143,9 +164,163 @@ TEST_P(RecordingOfEachForm, KeepsTheTimeAcrossMidnight) {
     EXPECT_LT(j.worst_time, 1e-6);
 }
 
-INSTANTIATE_TEST_SUITE_P(Recorder, RecordingOfEachForm, ::testing::Bool(), [](const auto& about) {
-    return about.param ? std::string("HighResolution") : std::string("Plain");
-});
+/// A word of the command line as the name of a test.
+std::string test_name(std::string_view word) {
+    std::string name(word);
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+}
+
+template<class Choice, std::size_t N>
+std::vector<Choice> all_of(const std::array<named<Choice>, N>& list) {
+    std::vector<Choice> all;
+    for (const auto& entry : list) {
+        all.push_back(entry.value);
+    }
+    return all;
+}
+
+template<class Choice, std::size_t N>
+std::string name_of(const std::array<named<Choice>, N>& list, Choice value) {
+    for (const auto& entry : list) {
+        if (entry.value == value) {
+            return test_name(entry.name);
+        }
+    }
+    return "unknown";
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorder, RecordingOfEachForm, ::testing::ValuesIn(all_of(packet_forms)),
+                         [](const auto& about) { return name_of(packet_forms, about.param); });
+
+/// Points as 32-bit numbers, half a kilometre from the origin at most.
+constexpr double vertex_rounding = 6e-5;
+
+class RecordingOfEachModel : public ::testing::TestWithParam<mechanics> {};
+
+TEST_P(RecordingOfEachModel, PointsLieOnTheSurfaces) {
+    scan_settings settings;
+    settings.shots = 40000;
+    settings.pulse_rate = 50000;
+    settings.seed = 5;
+    settings.optics = GetParam();
+    const scratch_file file;
+    const auto recorded = record(settings, file.name());
+    judge j(settings);
+    j.read(file.name());
+    EXPECT_EQ(j.shots, settings.shots);
+    EXPECT_EQ(j.echoes, recorded.echoes);
+    EXPECT_GT(j.echoes, settings.shots / 3);
+    EXPECT_LT(j.worst_time, 1e-6);
+    const bool fan = GetParam() == mechanics::mirrorwheel_fanbeam;
+    const double unit = fan ? instrument::fan_range_unit : instrument::range_unit;
+    EXPECT_LE(j.worst_vertex, 0.5001 * unit + vertex_rounding);
+    if (GetParam() == mechanics::mirrorwheel_biaxial) {
+        // Its points lie beside the beam.
+        EXPECT_GT(j.worst_distance, 0.001);
+    } else {
+        EXPECT_LE(j.worst_distance, 0.5001 * unit);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorder, RecordingOfEachModel,
+                         ::testing::ValuesIn(all_of(mechanics_models)),
+                         [](const auto& about) { return name_of(mechanics_models, about.param); });
+
+class RecordingWithZones : public ::testing::TestWithParam<zone_telling> {};
+
+TEST_P(RecordingWithZones, EachEchoFindsItsShot) {
+    for (const packet_form form :
+         {packet_form::hr, packet_form::packed_hr, packet_form::shot_echo}) {
+        scan_settings settings;
+        settings.shots = 60000;
+        settings.lines_per_second = 1000;
+        settings.form = form;
+        settings.zones = 5;
+        settings.zones_by = GetParam();
+        settings.pulse_rate = pulse_rate_for(settings.zones);
+        const scratch_file file;
+        const auto recorded = record(settings, file.name());
+        judge j(settings);
+        j.read(file.name());
+        EXPECT_EQ(j.shots, settings.shots);
+        EXPECT_EQ(j.echoes, recorded.echoes);
+        EXPECT_GT(j.echoes, 1000U);
+        EXPECT_EQ(j.zones, (std::set<std::uint16_t>{0, 1, 2, 3, 4}));
+        EXPECT_LE(j.worst_distance, 0.501 * instrument::range_unit);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorder, RecordingWithZones,
+                         ::testing::Values(zone_telling::gates, zone_telling::number),
+                         [](const auto& about) {
+                             return about.param == zone_telling::gates ? std::string("ByGates")
+                                                                       : std::string("ByNumber");
+                         });
+
+class RecordingWithEachFault : public ::testing::TestWithParam<correction> {};
+
+TEST_P(RecordingWithEachFault, CorrectedPointsLieOnTheSurfaces) {
+    scan_settings settings;
+    settings.shots = 40000;
+    settings.calibration = {GetParam()};
+    const scratch_file file;
+    const auto recorded = record(settings, file.name());
+    judge j(settings);
+    j.read(file.name());
+    EXPECT_EQ(j.echoes, recorded.echoes);
+    EXPECT_GT(j.echoes, settings.shots / 2);
+    EXPECT_LE(j.worst_distance, 0.51 * instrument::range_unit);
+    const bool dynamic_trigger = GetParam() == correction::dynamic_trigger ||
+                                 GetParam() == correction::dynamic_trigger_tables;
+    EXPECT_EQ(j.rejected, dynamic_trigger ? recorded.artefacts : 0);
+    const bool notch = GetParam() == correction::notch || GetParam() == correction::angular_notch;
+    EXPECT_EQ(recorded.artefacts > 1000, dynamic_trigger || notch);
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorder, RecordingWithEachFault, ::testing::ValuesIn(all_of(corrections)),
+                         [](const auto& about) { return name_of(corrections, about.param); });
+
+TEST(Settings, ThatContradictEachOtherAreRefused) {
+    const auto refused = [](auto change) {
+        scan_settings settings;
+        change(settings);
+        try {
+            check(settings);
+        } catch (const std::invalid_argument&) {
+            return true;
+        }
+        return false;
+    };
+    EXPECT_FALSE(refused([](scan_settings&) {}));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.optics = mechanics::mirrorwheel_fanbeam;
+        s.form = packet_form::packed;
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.optics = mechanics::mirrorwheel_fanbeam;
+        s.calibration = {correction::notch};
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.form = packet_form::packed;
+        s.zones = 2;
+        s.pulse_rate = 1e6;
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.form = packet_form::hr;
+        s.zones = 3;
+        s.pulse_rate = 300000;
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.calibration = {correction::near_range, correction::range_grid};
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.calibration = {correction::notch, correction::angular_notch};
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.calibration = {correction::dynamic_trigger, correction::dynamic_trigger_tables};
+    }));
+}
 
 TEST(Recorder, CountersWrapWithoutATrace) {
     // Some seeds start near the end of the counter's circle.
@@ -162,8 +337,9 @@ TEST(Recorder, CountersWrapWithoutATrace) {
             continue;
         }
         ++wrapped;
-        for (const bool high_resolution : {false, true}) {
-            settings.high_resolution = high_resolution;
+        for (const packet_form form : {packet_form::plain, packet_form::hr, packet_form::packed,
+                                       packet_form::packed_hr, packet_form::shot_echo}) {
+            settings.form = form;
             const scratch_file file;
             record(settings, file.name());
             judge j(settings);
@@ -217,12 +393,12 @@ TEST(Instrument, EchoesWeakenWithRangeUntilTheyDrown) {
     const scan_settings settings;
     const instrument i(settings);
     random_source random(1);
-    echo_counts near{};
-    echo_counts far{};
+    received_echo near{};
+    received_echo far{};
     ASSERT_TRUE(i.receive({20, 1, material::wall}, 0, random, near));
     ASSERT_TRUE(i.receive({200, 1, material::wall}, 0, random, far));
     EXPECT_GT(near.amplitude, far.amplitude + 1500);
-    EXPECT_EQ(far.range_counter, 800000);
+    EXPECT_EQ(far.range, 200);
     EXPECT_FALSE(i.receive({50000, 1, material::water}, 0, random, far));
 }
 
