@@ -1,7 +1,6 @@
 #include "stored_meta.hpp"
 
-#include "../scanmech/members.hpp"
-#include "scanlib/saturate.hpp"
+#include "scanlib/json_members.hpp"
 #include "scanlib/scanmech_meta.hpp"
 
 #define BOOST_BIND_GLOBAL_PLACEHOLDERS // the parser still uses them, and says so at length without

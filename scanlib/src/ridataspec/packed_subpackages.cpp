@@ -3,6 +3,7 @@
 #include "scanlib/packets.hpp"
 #include "subpackage.hpp"
 
+#include <algorithm>
 #include <array>
 #include <vector>
 

@@ -46,7 +46,6 @@ bit_text echoes(std::size_t n) {
 
 constexpr packet_id key_shot{45, 0};
 constexpr packet_id frame_shot{46, 0};
-constexpr packet_id key_echo{47, 0};
 constexpr packet_id frame_echo{48, 0};
 constexpr packet_id key_shot_rad{51, 0};
 constexpr packet_id frame_shot_rad{52, 0};
@@ -120,6 +119,16 @@ TEST(Queues, KeyShotWithoutEchoesSinceTheLastKeyDropsNothing) {
     EXPECT_THAT(r.run(frame_echo, echoes(2)),
                 ElementsAre(echo(1), echo(2), "2angles 0", "1angle 0", "shot 2"));
     EXPECT_EQ(r.losses.count(loss::packed_leftover), 0u);
+}
+
+TEST(Queues, KeyShotBehindADroppingOneDropsNothingMore) {
+    expansion_recorder r;
+    r.run(key_shot, key(1, 0));
+    r.run(frame_echo, echoes(1));
+    r.run(key_shot, key(2, 2)); // drops the echo; no echo has come since
+    EXPECT_THAT(r.run(key_shot, key(3, 0)), IsEmpty());
+    EXPECT_THAT(r.run(frame_echo, echoes(2)),
+                ElementsAre(echo(2), echo(3), "2angles 0", "1angle 0", "shot 3"));
 }
 
 TEST(Queues, FrameShotBeforeAnyKeyIsDroppedAndCounted) {

@@ -250,6 +250,15 @@ TEST(SubpackagesV3, ChannelFiveGetsOneSyntheticHeadInAShot) {
                             five, "hr 10 0 0", "head 10 0 0 0 5", five));
 }
 
+TEST(SubpackagesV3, KeyShotEndsTheBlocksOfAShotAsWell) {
+    expansion_recorder r;
+    const std::string five = "block " + std::to_string(5u << 16);
+    EXPECT_THAT(
+        r.run(v3, join(key_shot(0, 8, 0, 0), block(0, 5, 0, 0, {}), key_shot(0, 9, 0, 0),
+                       block(0, 5, 0, 0, {}))),
+        ElementsAre("hr 8 0 0", "head 8 0 0 0 5", five, "hr 9 0 0", "head 9 0 0 0 5", five));
+}
+
 TEST(SubpackagesV3, ChannelFiveBehindAHeadGetsNoSyntheticOne) {
     expansion_recorder r;
     EXPECT_THAT(r.run(v3, join(key_shot(0, 8, 0, 0), block_head(1, {5}), block(0, 5, 0, 0, {}))),
