@@ -128,7 +128,7 @@ void add_forms(CLI::App& command, simulate_options& options) {
             "how shots and echoes are packed: a packet for each, with the plain or the "
             "high-resolution time (plain, hr); keys and differences (packed, packed-rad with "
             "the background radiation, packed-hr); or one stream of both (shot-echo, "
-            "shot-echo-blocks). plain, with --mta hr")
+            "shot-echo-blocks). Without it, plain, or hr where --mta asks for it")
         ->check(CLI::IsMember(names_of(simulator::packet_forms)));
     command
         .add_option(
@@ -141,6 +141,7 @@ void add_forms(CLI::App& command, simulate_options& options) {
                     "faults of the receiver, comma-separated, each with the packets that correct "
                     "it, so that the conversion gives the true values again")
         ->delimiter(',')
+        ->allow_extra_args(false)
         ->check(CLI::IsMember(names_of(simulator::corrections)));
 }
 

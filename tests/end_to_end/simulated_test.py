@@ -225,6 +225,7 @@ class Corrections(Simulated):
     def test_faults_are_in_the_recording(self):
         for faults in ('notch', 'angular-notch', 'dynamic-trigger', 'dynamic-trigger-tables'):
             p = self.host('simulate', 'scan.rxp', '--shots', 5000, '--calibration', faults)
+            self.assertEqual(p.returncode, 0, p.stderr)
             artefacts = int(p.stdout.split(' artefacts')[0].split()[-1])
             self.assertGreater(artefacts, 300, faults)
 

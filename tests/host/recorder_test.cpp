@@ -294,6 +294,59 @@ TEST_P(RecordingWithEachFault, CorrectedPointsLieOnTheSurfaces) {
 INSTANTIATE_TEST_SUITE_P(Recorder, RecordingWithEachFault, ::testing::ValuesIn(all_of(corrections)),
                          [](const auto& about) { return name_of(corrections, about.param); });
 
+TEST(EchoesInFlight, LandInOrderOfReturnBeforeTheNextShot) {
+    scan_settings settings;
+    settings.form = packet_form::hr;
+    const instrument clock(settings);
+    const double count = clock.range_between(0, 1);
+    const auto ticks_for = [&](double range) {
+        return static_cast<std::uint64_t>(std::ceil(range / count));
+    };
+    const auto launched = [](double range) {
+        received_echo e{};
+        e.range = range;
+        return e;
+    };
+    echoes_in_flight echoes;
+    echoes.launch(0, launched(170));
+    echoes.launch(0, launched(120));
+    echoes.launch(ticks_for(50), launched(60)); // returns between these two
+    EXPECT_TRUE(echoes.land(ticks_for(100), clock).empty());
+    const auto& landed = echoes.land(ticks_for(150), clock);
+    ASSERT_EQ(landed.size(), 2U);
+    EXPECT_EQ(landed[0].echo.range, 60);
+    EXPECT_EQ(landed[1].echo.range, 120);
+    EXPECT_EQ(echoes.land(ticks_for(200), clock).size(), 1U);
+    EXPECT_TRUE(echoes.land(ticks_for(300), clock).empty());
+    echoes.launch(ticks_for(300), launched(10));
+    echoes.clear();
+    EXPECT_TRUE(echoes.land(ticks_for(400), clock).empty());
+}
+
+TEST(Instrument, CounterDifferencesGoAcrossTheEndOfTheCircle) {
+    scan_settings settings;
+    settings.form = packet_form::hr;
+    const instrument clock(settings);
+    const std::uint64_t last = (std::uint64_t{1} << clock.units().hr) - 1;
+    EXPECT_DOUBLE_EQ(clock.range_between(last, 9), clock.range_between(0, 10));
+    // A microsecond is 150 m to and fro.
+    EXPECT_NEAR(clock.range_between(0, 5242880), 149.85, 0.01);
+}
+
+TEST(Calibration, ToldCountersLieOffByWhatTheTablesAdd) {
+    scan_settings settings;
+    settings.calibration = {correction::near_range, correction::amplitude_range};
+    const instrument scanner(settings);
+    const calibration faults(settings, scanner.units());
+    received_echo e{};
+    e.amplitude = 4100; // entry 20 of the table over amplitudes, which adds 60 counts
+    e.range = 300;      // beyond the table over ranges
+    EXPECT_EQ(faults.told_counter(e, 0), 1200000 - 60);
+    EXPECT_EQ(faults.told_counter(e, 200), 400000 - 60);
+    e.range = 2; // told too far by 3 cm that fall to a third in 4 m
+    EXPECT_NEAR(faults.told_counter(e, 0), (2 + 0.03 * std::exp(-2 / 4.0)) / 0.00025 - 60, 2);
+}
+
 TEST(Settings, ThatContradictEachOtherAreRefused) {
     const auto refused = [](auto change) {
         scan_settings settings;
