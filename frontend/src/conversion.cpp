@@ -122,7 +122,7 @@ class Pass {
             if (package % scale.step == 0 && input_.Progress.available()) {
                 input_.Progress->report("RXP-Package# ", package, scale.total);
             }
-            wfm_.dispatch(packet.begin(), packet.end());
+            deliver(packet);
             if (std::string text = wfm_.shall_we_write(false); !text.empty()) {
                 return text;
             }
@@ -141,6 +141,17 @@ class Pass {
         decoder_.get(packet);
         report_.summary.offset = decoder_.tell();
         report_.summary.bytes_in = connection_.position();
+    }
+
+    /// A packet that breaks half-way gives no rows.
+    void deliver(const scanlib::basic_buffer& packet) {
+        const WFM::Rows rows = wfm_.staged();
+        try {
+            wfm_.dispatch(packet.begin(), packet.end());
+        } catch (...) {
+            wfm_.unstage(rows);
+            throw;
+        }
     }
 
     /// The second consumer only yields the metadata: it is fed until it has.

@@ -87,7 +87,7 @@ class subpackage_form : public packed_writer::form_writer {
         detail::require(n < 1u << layout::sample_words::width, "a block with so many words", n);
         std::array<std::uint32_t, 1> head{};
         packets::sbl_dg_channel_data_compressed_writer writer(head.data());
-        writer.field_1(b.time);
+        writer.block_field(b.time);
         writer.channel(b.channel);
         writer.last_word_bits(b.last_word_bits);
         writer.bit_width(b.bit_width);
