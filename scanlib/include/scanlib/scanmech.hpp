@@ -59,6 +59,9 @@ class scanmech {
     /// The point at a range along the beam of the last call.
     virtual void position(vector3& out, double range) const;
 
+    /// Whether points lie on the beam, so that origin + range * direction is what `position` tells.
+    bool points_on_beam() const noexcept { return points_on_beam_; }
+
     /// Writes the members of the class's JSON object behind its "kind".
     virtual void write_members(json_writer& out) const;
 
@@ -103,6 +106,7 @@ class scanmech {
 
     vector3* beam_origin_out_;
     vector3* beam_direction_out_;
+    bool points_on_beam_ = true; ///< cleared by models with a `position` of their own
     double line_unit_ = 0; ///< radians for each count
     double frame_unit_ = 0;
     sine_cosine line_turn_;

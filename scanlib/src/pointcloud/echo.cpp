@@ -22,7 +22,7 @@ constexpr double decibel_of_neper = 8.68589;
 /// The point as the scanner model of the shot sees it.
 inline void pointcloud::place(target& t, double range) const noexcept {
     const scanmech* mech = mech_of(segment);
-    if (mech == nullptr) {
+    if (mech == nullptr || mech->points_on_beam()) {
         place_on_beam(t, range);
         return;
     }

@@ -7,9 +7,13 @@
 namespace scanlib {
 
 mirrorwheel_biaxial::mirrorwheel_biaxial(vector3* beam_origin_out, vector3* beam_direction_out)
-    : mirrorwheel(beam_origin_out, beam_direction_out) {}
+    : mirrorwheel(beam_origin_out, beam_direction_out) {
+    points_on_beam_ = false;
+}
 
-mirrorwheel_biaxial::mirrorwheel_biaxial(const mirrorwheel& wheel) : mirrorwheel(wheel) {}
+mirrorwheel_biaxial::mirrorwheel_biaxial(const mirrorwheel& wheel) : mirrorwheel(wheel) {
+    points_on_beam_ = false;
+}
 
 std::uint32_t mirrorwheel_biaxial::kind() const {
     return kind_mirrorwheel_biaxial;

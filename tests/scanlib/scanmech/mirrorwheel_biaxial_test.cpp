@@ -48,6 +48,15 @@ TEST(mirrorwheel_biaxial, shift_is_linear_between_the_pairs) {
     }
 }
 
+TEST(mirrorwheel_biaxial, alone_has_points_beside_its_beam) {
+    vector3 origin;
+    vector3 direction;
+    for (const std::uint32_t kind : {1U, 2U, 3U, 4U, 5U, 7U, 8U, 9U, 10U}) {
+        const auto mech = scanmech::create(kind, &origin, &direction);
+        EXPECT_EQ(mech->points_on_beam(), kind != kind_mirrorwheel_biaxial) << kind;
+    }
+}
+
 TEST(mirrorwheel_biaxial, beyond_the_last_pair_points_lie_on_the_plain_line) {
     const biaxial b;
     for (const double range :
