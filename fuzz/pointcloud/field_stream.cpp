@@ -187,8 +187,8 @@ std::uint64_t odd_value(const field_layout& field, dice& d) {
                                  : std::bit_cast<std::uint64_t>(static_cast<double>(
                                        std::bit_cast<float>(static_cast<std::uint32_t>(single))));
     }
-    const std::uint64_t all = field.width >= 64 ? ~std::uint64_t{0}
-                                                : (std::uint64_t{1} << field.width) - 1;
+    const std::uint64_t all =
+        field.width >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << field.width) - 1;
     switch (d.below(8)) {
     case 0:
         return 0;
@@ -240,12 +240,8 @@ void change_a_field(field_packet& packet, dice& d) {
     const bool real = layout.is_variable || layout.name.starts_with("dyntrig") ||
                       layout.name.starts_with("pulse_position");
     change_field(packet,
-                 {"",
-                  real ? field_type::floating : field_type::unsigned_integer,
-                  0,
-                  static_cast<std::uint32_t>(bits),
-                  0,
-                  true},
+                 {"", real ? field_type::floating : field_type::unsigned_integer, 0,
+                  static_cast<std::uint32_t>(bits), 0, true},
                  base, d);
 }
 

@@ -77,8 +77,8 @@ class curious_cloud : public scanlib::pointcloud {
 std::vector<unsigned char> encoded(const fuzzing::field_stream& stream) {
     const auto out = std::make_shared<test_support::memory_wconnection>();
     {
-        const auto encoder = std::make_shared<scanlib::encoder_rxpmarker>(
-            out, 4 * codec_headroom, codec_headroom, true);
+        const auto encoder = std::make_shared<scanlib::encoder_rxpmarker>(out, 4 * codec_headroom,
+                                                                          codec_headroom, true);
         scanlib::packet_emitter emitter(encoder);
         for (const auto& packet : stream.packets) {
             const auto& layout = fuzzing::layout_of(packet);

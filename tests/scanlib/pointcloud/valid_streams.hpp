@@ -542,9 +542,9 @@ inline packet_list packed_stream() {
     };
     b.add<packed_frame_echo_hr_1_writer>(echo_frame_1, 4);
     // A key shot, a key echo, a delta shot, a delta echo, and the end.
-    const std::uint32_t version_2[] = {1U | 4000U << 3, 1U << 31, 0x00000040, 4U | 1000U << 3,
-                                       100,             0,        2U | 8000U << 3, 0x00010005,
-                                       5U | 20U << 3,   0x00200000, 0};
+    const std::uint32_t version_2[] = {
+        1U | 4000U << 3, 1U << 31,   0x00000040,    4U | 1000U << 3, 100, 0,
+        2U | 8000U << 3, 0x00010005, 5U | 20U << 3, 0x00200000,      0};
     b.add<packed_shot_echos_hr_writer>(
         [&](auto& w) {
             for (std::size_t i = 0; i < std::size(version_2); ++i) {
