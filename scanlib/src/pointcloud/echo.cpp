@@ -63,9 +63,9 @@ inline void pointcloud::store_echo(const raw_echo& e) {
     if (rejected_by_notch(e.range_counter, e.amplitude)) {
         return;
     }
-    const double counter =
-        arange_table.empty() ? e.range_counter
-                             : arange_table.corrected(e.range_counter, e.amplitude, ampl_unit);
+    const double counter = arange_table.empty()
+                               ? e.range_counter
+                               : arange_table.corrected(e.range_counter, e.amplitude, ampl_unit);
     const double range = counter * range_unit + delta_rg;
     mta_history::located_echo where = {0, range};
     if (mta_enabled) {
