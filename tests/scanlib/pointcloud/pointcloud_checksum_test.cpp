@@ -40,8 +40,8 @@ struct checked_stream : fed_pointcloud {
             kinds.size());
     }
     void send_echo(std::int32_t range) {
-        const auto words = packet_feeder::words_of<packets::echo_writer>(
-            [&](auto& w) { w.range_counter(range); });
+        const auto words =
+            packet_feeder::words_of<packets::echo_writer>([&](auto& w) { w.range_counter(range); });
         crc = checksum(crc, words);
         dispatch(words.data(), words.data() + words.size());
     }
@@ -90,10 +90,9 @@ TEST(pointcloud_checksums, mismatch_tells_context_and_both_sequences_and_the_old
     stream.send_echo(3);
     stream.check(3, 13, stream.crc);
     stream.check(3, 14, 5);
-    EXPECT_THAT(stream.mismatches,
-                ElementsAre(recording_pointcloud::mismatch{3, 0xABCDEF, 11},
-                            recording_pointcloud::mismatch{3, 0xABCDEF, 12},
-                            recording_pointcloud::mismatch{3, 13, 14}));
+    EXPECT_THAT(stream.mismatches, ElementsAre(recording_pointcloud::mismatch{3, 0xABCDEF, 11},
+                                               recording_pointcloud::mismatch{3, 0xABCDEF, 12},
+                                               recording_pointcloud::mismatch{3, 13, 14}));
     EXPECT_EQ(stream.log.count(loss::checksum_mismatch), 3U);
 }
 
@@ -152,8 +151,8 @@ TEST(pointcloud_checksums, contexts_run_side_by_side) {
     stream.dispatch(device.data(), device.data() + device.size());
     stream.send_echo(5);
     const std::uint32_t echoes = stream.crc;
-    both = checksum(both, packet_feeder::words_of<packets::echo_writer>(
-                              [](auto& w) { w.range_counter(5); }));
+    both = checksum(
+        both, packet_feeder::words_of<packets::echo_writer>([](auto& w) { w.range_counter(5); }));
     stream.check(0, 2, echoes);
     stream.check(1, 2, both);
     EXPECT_THAT(stream.mismatches, IsEmpty());
@@ -193,8 +192,7 @@ TEST(pointcloud_checksums, versions_of_one_packet_each_run_it_through) {
     checked_stream stream;
     stream.begin(0, {{10, 2}, {10, 1}, {10, 0}});
     stream.check(0, 1, 0);
-    const auto shot =
-        packet_feeder::words_of<packets::laser_shot_2angles_writer>([](auto&) {});
+    const auto shot = packet_feeder::words_of<packets::laser_shot_2angles_writer>([](auto&) {});
     stream.dispatch(shot.data(), shot.data() + shot.size());
     stream.check(0, 2, checksum(checksum(checksum(0xFFFFFFFF, shot), shot), shot));
     EXPECT_THAT(stream.mismatches, IsEmpty()) << "one call ahead of each handler";

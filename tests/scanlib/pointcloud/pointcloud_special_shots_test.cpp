@@ -133,8 +133,7 @@ TEST(pointcloud_gap, pulses_are_spread_evenly_between_the_two_ends_round_the_cir
     const double lines[] = {3525, 3550, 50};
     for (std::size_t i = 0; i < 3; ++i) {
         EXPECT_NEAR(cloud.gap_pulses[i].time, 2 + places[i] * 0.001, 1e-9);
-        expect_near(cloud.gap_pulses[i].direction,
-                    plain_beam(lines[i], 10 + 8 * places[i], 3600));
+        expect_near(cloud.gap_pulses[i].direction, plain_beam(lines[i], 10 + 8 * places[i], 3600));
     }
 }
 
@@ -201,11 +200,11 @@ TEST(pointcloud_channels, each_echo_has_its_own_beam_and_they_come_out_at_once) 
     cloud.units(0.001F, 3600);
     feed_fan(cloud);
     feed_channels(cloud, 5000);
-    EXPECT_THAT(cloud.calls, ElementsAre("on_check_parameters", "apply_meta", "on_shot",
-                                         "on_echo_ready", "on_echo_ready", "on_echo_ready",
-                                         "on_shot_end"));
-    EXPECT_THAT(cloud.positions, ElementsAre(echo_position::interior, echo_position::interior,
-                                             echo_position::last));
+    EXPECT_THAT(cloud.calls,
+                ElementsAre("on_check_parameters", "apply_meta", "on_shot", "on_echo_ready",
+                            "on_echo_ready", "on_echo_ready", "on_shot_end"));
+    EXPECT_THAT(cloud.positions,
+                ElementsAre(echo_position::interior, echo_position::interior, echo_position::last));
     vector3 origin;
     vector3 direction;
     mirrorwheel wheel(&origin, &direction);
@@ -221,7 +220,8 @@ TEST(pointcloud_channels, each_echo_has_its_own_beam_and_they_come_out_at_once) 
         const double laser = i == 1 ? 3 : 1;
         const double a = 0.125 * laser;
         const double b = -0.0625 * laser;
-        wheel.laser_direction = {std::cos(a) * std::sin(b), -std::sin(a), std::cos(a) * std::cos(b)};
+        wheel.laser_direction = {std::cos(a) * std::sin(b), -std::sin(a),
+                                 std::cos(a) * std::cos(b)};
         wheel.initialise();
         wheel.set_counts(0x200001, 0, 0);
         EXPECT_NEAR(t.echo_range, 1 + 0.5 * static_cast<double>(i), 1e-6);
