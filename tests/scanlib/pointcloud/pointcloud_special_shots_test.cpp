@@ -14,7 +14,6 @@ using ::testing::IsEmpty;
 
 namespace {
 
-constexpr double tick = 1.9073486328125e-13; ///< s
 constexpr std::uint64_t second = 5242880000000;
 
 struct gap {
