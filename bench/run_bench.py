@@ -69,18 +69,18 @@ def converted(build, recording, folder, *options):
     return json.loads(p.stdout)['results'][0]
 
 
-def against_floor(build, folder, shots, repeat):
-    recording = simulate(build, folder, shots)
+def against_floor(build, folder, name, shots, repeat, *options):
+    recording = simulate(build, folder, shots, *options)
     result = converted(build, recording, folder)
     floor = [os.path.join(build, 'floor'), recording, os.path.join(folder, 'floor.k7'), str(result['shots']), str(result['echoes'])]
     ours, floors = [], []
     for _ in range(repeat):
         floors.append(timed(floor)[0])
         ours.append(timed(convert_command(build, recording, folder))[0])
-    line('convert/seconds/shots', statistics.median(ours), 's')
-    line('floor/seconds/shots', statistics.median(floors), 's')
-    line('convert/floor/shots', statistics.median(ours) / statistics.median(floors), 'ratio')
-    line('convert/input/shots', os.path.getsize(recording) / statistics.median(ours) / 1e6, 'MB/s')
+    line('convert/seconds/' + name, statistics.median(ours), 's')
+    line('floor/seconds/' + name, statistics.median(floors), 's')
+    line('convert/floor/' + name, statistics.median(ours) / statistics.median(floors), 'ratio')
+    line('convert/input/' + name, os.path.getsize(recording) / statistics.median(ours) / 1e6, 'MB/s')
     os.unlink(recording)
 
 
@@ -106,7 +106,8 @@ def main():
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     micro(a.build, a.repeat)
     with tempfile.TemporaryDirectory() as folder:
-        against_floor(a.build, folder, a.shots, a.repeat)
+        against_floor(a.build, folder, 'shots', a.shots, a.repeat)
+        against_floor(a.build, folder, 'packed', a.shots, a.repeat, '--form', 'shot-echo')
         memory(a.build, folder, (1000000, 4000000))
 
 

@@ -59,9 +59,12 @@ void report_failure(const conversion_result& r) {
                      r.text.c_str());
     }
     if (r.summary.interrupted) {
-        std::fprintf(stderr,
-                     "rxp2k7: %s: stopped at byte %" PRIu64 "; what came before is stored\n",
-                     r.input.c_str(), r.summary.offset);
+        const std::string place = r.summary.abandoned
+                                      ? "cannot be opened; no output is made"
+                                      : "stopped at byte " + std::to_string(r.summary.offset) +
+                                            "; what came before is stored";
+        std::fprintf(stderr, "rxp2k7: %s: %s: %s\n", r.input.c_str(), place.c_str(),
+                     r.summary.cause.c_str());
     }
     if (r.summarised && r.summary.store_failed) {
         std::fprintf(stderr, "rxp2k7: %s: the output \"%s\" is not complete\n", r.input.c_str(),

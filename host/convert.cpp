@@ -154,24 +154,19 @@ exit_code code_of_exception(const conversion_result& result, const std::exceptio
     if (result.summary.store_failed) {
         return exit_code::output_failed;
     }
-    // Nothing was taken yet: the connection could not be made.
-    return result.summary.offset == 0 ? exit_code::input_unreadable : exit_code::internal_failure;
+    return result.summary.abandoned ? exit_code::input_unreadable : exit_code::internal_failure;
 }
 
 exit_code code_of_result(const conversion_result& result) {
     if (result.summary.store_failed) {
         return exit_code::output_failed;
     }
-    if (result.summary.interrupted) {
-        return exit_code::input_damaged;
+    if (result.summary.abandoned) {
+        return exit_code::input_unreadable;
     }
-    if (!result.text.empty()) {
-        // What there was is stored, but it told too little; or there was no connection at all.
-        return result.text.find("cannot establish rconnection") == std::string::npos
-                   ? exit_code::input_damaged
-                   : exit_code::input_unreadable;
-    }
-    return exit_code::good;
+    // With a text alone, what there was is stored, but it told too little.
+    return result.summary.interrupted || !result.text.empty() ? exit_code::input_damaged
+                                                              : exit_code::good;
 }
 
 void convert_readable(const convert_options& options, conversion_result& result) {

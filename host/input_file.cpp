@@ -76,7 +76,8 @@ std::uint64_t estimate_packets(const std::string& name) {
         starts += count_starts(words.data(), n);
     }
     const double per_word = seen == 0 ? 0 : static_cast<double>(starts) / static_cast<double>(seen);
-    return static_cast<std::uint64_t>(per_word * static_cast<double>(size / 4));
+    const std::uint64_t words_of_file = size / 4;
+    return static_cast<std::uint64_t>(per_word * static_cast<double>(words_of_file));
 }
 
 } // namespace host

@@ -10,8 +10,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -20,8 +22,40 @@ namespace {
 struct simulate_options {
     std::string output;
     simulator::scan_settings scan;
-    std::string form = "plain";
+    std::string form;
+    std::string optics = "mirrorwheel";
+    std::vector<std::string> calibration;
+    std::string zones_by = "gates";
+    bool rate_given = false;
 };
+
+template<class List>
+std::set<std::string> names_of(const List& list) {
+    std::set<std::string> names;
+    for (const auto& entry : list) {
+        names.emplace(entry.name);
+    }
+    return names;
+}
+
+/// Puts the words of the command line into the settings, with what they imply.
+void settle(simulate_options& options) {
+    simulator::scan_settings& scan = options.scan;
+    if (options.form.empty()) {
+        // Zones are told apart by the high-resolution time.
+        options.form = scan.zones == 0 ? "plain" : "hr";
+    }
+    scan.form = simulator::choice_of(simulator::packet_forms, options.form);
+    scan.optics = simulator::choice_of(simulator::mechanics_models, options.optics);
+    for (const std::string& name : options.calibration) {
+        scan.calibration.insert(simulator::choice_of(simulator::corrections, name));
+    }
+    scan.zones_by = options.zones_by == "number" ? simulator::zone_telling::number
+                                                 : simulator::zone_telling::gates;
+    if (scan.zones != 0 && !options.rate_given) {
+        scan.pulse_rate = simulator::pulse_rate_for(scan.zones);
+    }
+}
 
 /// A recording that is not whole is none; devices and pipes are left alone.
 void remove_partial(const std::filesystem::path& path) {
@@ -49,23 +83,24 @@ void tell(const simulate_options& options, const simulator::recording_summary& d
           std::uint64_t bytes, double seconds) {
     std::printf("%s\n"
                 "  shots      %llu in %llu lines, %.3f s of scanning\n"
-                "  echoes     %llu\n"
+                "  echoes     %llu, and %llu artefacts\n"
                 "  packets    %llu\n"
                 "  bytes      %llu\n"
                 "  written in %.2f s, %.2f million shots/s\n",
                 options.output.c_str(), static_cast<unsigned long long>(done.shots),
                 static_cast<unsigned long long>(done.lines), done.seconds,
                 static_cast<unsigned long long>(done.echoes),
+                static_cast<unsigned long long>(done.artefacts),
                 static_cast<unsigned long long>(done.packets),
                 static_cast<unsigned long long>(bytes), seconds,
                 static_cast<double>(done.shots) / seconds / 1e6);
 }
 
 exit_code run(simulate_options& options) {
-    options.scan.high_resolution = options.form == "hr";
+    settle(options);
     try {
         // Settings that cannot be scanned are told before the output is touched.
-        simulator::scan_program check(options.scan);
+        simulator::check(options.scan);
     } catch (const std::invalid_argument& e) {
         throw CLI::ValidationError("simulate", e.what());
     }
@@ -86,18 +121,57 @@ exit_code run(simulate_options& options) {
     return exit_code::good;
 }
 
+void add_forms(CLI::App& command, simulate_options& options) {
+    command
+        .add_option(
+            "--form", options.form,
+            "how shots and echoes are packed: a packet for each, with the plain or the "
+            "high-resolution time (plain, hr); keys and differences (packed, packed-rad with "
+            "the background radiation, packed-hr); or one stream of both (shot-echo, "
+            "shot-echo-blocks). Without it, plain, or hr where --mta asks for it")
+        ->check(CLI::IsMember(names_of(simulator::packet_forms)));
+    command
+        .add_option(
+            "--mechanics", options.optics,
+            "the scanner's optics: how mirrors or lenses turn the encoders' counts into a beam")
+        ->check(CLI::IsMember(names_of(simulator::mechanics_models)))
+        ->capture_default_str();
+    command
+        .add_option("--calibration", options.calibration,
+                    "faults of the receiver, comma-separated, each with the packets that correct "
+                    "it, so that the conversion gives the true values again")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::IsMember(names_of(simulator::corrections)));
+}
+
+void add_zones(CLI::App& command, simulate_options& options) {
+    CLI::Option* zones = add_whole<std::uint32_t>(
+        command, "--mta", options.scan.zones,
+        "fire again before far echoes are back: line by line, measure one of "
+        "so many zones of range (1 to 5). 0 for a range within one zone",
+        0, 5);
+    command
+        .add_option("--mta-by", options.zones_by,
+                    "how the stream tells the zone of a line: by gates of range, or by its number")
+        ->needs(zones)
+        ->check(CLI::IsMember({"gates", "number"}))
+        ->capture_default_str();
+}
+
 } // namespace
 
 void add_simulate(CLI::App& app, exit_code& result) {
     CLI::App* command = app.add_subcommand(
-        "simulate",
-        "Write the recording of a made-up scene, for trying the program without an "
-        "instrument: ground, a lake, houses and trees, seen by a mirror-wheel scanner.");
+        "simulate", "Write the recording of a made-up scene, for trying the program without an "
+                    "instrument: ground, a lake, houses and trees, seen by a laser scanner.");
     auto options = std::make_shared<simulate_options>();
     simulator::scan_settings& scan = options->scan;
     command->add_option("OUTPUT", options->output, "file to write, usually *.rxp")->required();
     add_whole(*command, "--shots", scan.shots, "laser shots to record");
-    add_real(*command, "--rate", scan.pulse_rate, "laser pulses a second (300000)", 1000, 3e6);
+    CLI::Option* rate =
+        add_real(*command, "--rate", scan.pulse_rate,
+                 "laser pulses a second (300000; with --mta what it needs)", 1000, 3e6);
     add_real(*command, "--lines-per-second", scan.lines_per_second, "scan lines a second (100)",
              0.1, 1000);
     add_real(*command, "--turn-time", scan.turn_time,
@@ -106,11 +180,12 @@ void add_simulate(CLI::App& app, exit_code& result) {
                              "second of the day at which the recording starts", 2, 86399);
     add_whole(*command, "--seed", scan.seed,
               "the same seed and options give the same file, byte for byte");
-    command
-        ->add_option("--form", options->form, "packets with the plain or the high-resolution time")
-        ->check(CLI::IsMember({"plain", "hr"}))
-        ->capture_default_str();
-    command->callback([options, &result] { result = run(*options); });
+    add_forms(*command, *options);
+    add_zones(*command, *options);
+    command->callback([options, rate, &result] {
+        options->rate_given = rate->count() != 0;
+        result = run(*options);
+    });
 }
 
 } // namespace host

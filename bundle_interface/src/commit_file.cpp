@@ -17,6 +17,8 @@ namespace Skein {
 
 namespace {
 
+constexpr std::uint64_t page_bytes = 4096;
+
 std::string textOf(int cause) {
     return std::generic_category().message(cause);
 }
@@ -49,6 +51,21 @@ bool CommitFile::fail(const char* action, int cause) {
 
 std::string CommitFile::error() const {
     return error_.empty() ? behind_.error() : error_;
+}
+
+std::uint64_t CommitFile::leftInPage() const noexcept {
+    return (page_bytes - allocated_ % page_bytes) % page_bytes;
+}
+
+std::uint64_t CommitFile::allocateData(std::uint64_t count) noexcept {
+    return std::exchange(allocated_, allocated_ + count);
+}
+
+std::uint64_t CommitFile::allocateStructure(std::uint64_t count) noexcept {
+    if (count <= page_bytes && count > leftInPage()) {
+        allocated_ += leftInPage();
+    }
+    return allocateData(count);
 }
 
 bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t count) {
@@ -150,7 +167,8 @@ bool CommitFile::writeHeld(std::uint64_t from, std::uint64_t to) {
     return true;
 }
 
-bool CommitFile::commit(std::uint64_t end) {
+bool CommitFile::commit() {
+    const std::uint64_t end = allocated_;
     if (rolled_back_) {
         return true;
     }
@@ -163,6 +181,7 @@ bool CommitFile::commit(std::uint64_t end) {
         return false;
     }
     held_.clear();
+    allocated_ += end != committed_ ? 1 : 0;
     committed_ = end;
     end_ = end;
     return true;

@@ -40,12 +40,23 @@ class CommitFile {
     CommitFile& operator=(const CommitFile&) = delete;
     ~CommitFile();
 
+    /// Give out space at the end and return its place. Structure that can stay within a page does,
+    /// since the end of the process may cut a write between pages. What is last at a commit can
+    /// not be extended in place afterwards: another piece names its size.
+    std::uint64_t allocateData(std::uint64_t count) noexcept;
+    std::uint64_t allocateStructure(std::uint64_t count) noexcept;
+    /// End of the space given out.
+    std::uint64_t allocated() const noexcept { return allocated_; }
+    void setAllocated(std::uint64_t end) noexcept { allocated_ = end; }
+    /// Bytes from there to the end of its page; 0 at the start of one.
+    std::uint64_t leftInPage() const noexcept;
+
     bool writeData(std::uint64_t at, const void* bytes, std::size_t count);
     bool writeStructure(std::uint64_t at, const void* bytes, std::size_t count);
     /// Bytes beyond the file's end read as zero.
     bool read(std::uint64_t at, void* bytes, std::size_t count);
-    /// Writes the structure held back and sets the file's size to `end` bytes.
-    bool commit(std::uint64_t end);
+    /// Writes the structure held back and sets the file's size to the end of the allocated space.
+    bool commit();
     /// Waits until all that was written and committed has reached the file.
     bool settle();
     /// Drops all that was not committed; from here on writes succeed without effect.
@@ -69,6 +80,7 @@ class CommitFile {
     int descriptor_;
     WriteBehind behind_;
     std::map<std::uint64_t, Bytes> held_; // disjoint
+    std::uint64_t allocated_ = 0;
     std::uint64_t end_ = 0;
     std::uint64_t committed_ = 0;
     bool rolled_back_ = false;

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <functional>
+#include <iterator>
 #include <limits>
+#include <map>
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
@@ -13,6 +14,7 @@
 
 #include <hdf5.h>
 
+#include "array_storage.hpp"
 #include "commit_file.hpp"
 
 namespace Skein {
@@ -22,16 +24,15 @@ namespace {
 constexpr const char* format_name = "K7";
 constexpr const char* creator = "rxp2k7";
 constexpr std::uint32_t format_version = 1;
-// Links and attributes stay in the header of their group up to these counts. A field's header has
-// room for all of its links from the start, so that a fragment changes one piece of the file in
-// place. Beyond, index structures of several pieces take over; larger counts would make each link
-// slower to find.
-constexpr unsigned most_header_links = 128;
+// Links stay in the header of their group up to this count. A field's header has room for its first
+// links from the start; each later one adds a piece to the header. Either way a fragment changes
+// one piece of the file in place, which is what makes a flush safe. Beyond, index structures take
+// over of which several pieces change together; larger counts would make each link slower to find.
+constexpr unsigned most_header_links = 4096;
+constexpr unsigned expected_fragments = 128;
 constexpr unsigned few_links = 8;
 constexpr unsigned expected_name_length = 12; // of "Fragment_<n>"
 constexpr unsigned most_header_attributes = 64;
-constexpr std::size_t default_chunk_bytes = std::size_t{1} << 20;
-constexpr std::size_t largest_chunk_bytes = std::numeric_limits<std::uint32_t>::max();
 
 /// What the storage library said; perform() adds action and path.
 struct Failure {
@@ -116,35 +117,21 @@ class Handle {
 };
 
 // The file driver: hands the library's reads and writes to a CommitFile.
-// ------------------------------------------
 
 struct Medium {
     H5FD_t base; // must be first
     CommitFile* file;
-    haddr_t end;
 };
 
-struct MediumInfo {
-    CommitFile* file;
-};
-
-Medium* mediumOf(H5FD_t* file) {
-    return reinterpret_cast<Medium*>(file);
-}
-
-const Medium* mediumOf(const H5FD_t* file) {
-    return reinterpret_cast<const Medium*>(file);
-}
-
-herr_t resultOf(bool success) {
-    return success ? 0 : -1;
+CommitFile& fileOf(const H5FD_t* medium) {
+    return *reinterpret_cast<const Medium*>(medium)->file;
 }
 
 /// Runs a callback of the driver; exceptions must not pass through the library.
 template<class Action>
 herr_t guarded(Action&& action) noexcept {
     try {
-        return resultOf(action());
+        return action() ? 0 : -1;
     } catch (...) {
         return -1;
     }
@@ -152,58 +139,42 @@ herr_t guarded(Action&& action) noexcept {
 
 extern "C" {
 static H5FD_t* mediumOpen(const char*, unsigned, hid_t access, haddr_t) {
-    const auto* info = static_cast<const MediumInfo*>(H5Pget_driver_info(access));
-    if (info == nullptr) {
-        return nullptr;
-    }
-    auto* medium = new (std::nothrow) Medium{};
-    if (medium != nullptr) {
-        medium->file = info->file;
-    }
-    return reinterpret_cast<H5FD_t*>(medium);
+    const auto* info = static_cast<CommitFile* const*>(H5Pget_driver_info(access));
+    return info == nullptr ? nullptr
+                           : reinterpret_cast<H5FD_t*>(new (std::nothrow) Medium{{}, *info});
 }
 
 static herr_t mediumClose(H5FD_t* file) {
-    Medium* medium = mediumOf(file);
-    const herr_t result = guarded([&] { return medium->file->commit(medium->end); });
-    delete medium;
+    const herr_t result = guarded([&] { return fileOf(file).commit(); });
+    delete reinterpret_cast<Medium*>(file);
     return result;
 }
 
-static int mediumCompare(const H5FD_t* a, const H5FD_t* b) {
-    const std::less<const CommitFile*> less;
-    const CommitFile* fa = mediumOf(a)->file;
-    const CommitFile* fb = mediumOf(b)->file;
-    return less(fa, fb) ? -1 : less(fb, fa) ? 1 : 0;
-}
-
-static herr_t mediumQuery(const H5FD_t*, unsigned long* flags) {
-    // No block aggregation: every new piece then lies beyond the committed end, as CommitFile wants
-    // it.
-    *flags = 0;
-    return 0;
+static haddr_t mediumAllocate(H5FD_t* file, H5FD_mem_t type, hid_t, hsize_t size) {
+    CommitFile& in = fileOf(file);
+    return type == H5FD_MEM_DRAW ? in.allocateData(size) : in.allocateStructure(size);
 }
 
 static haddr_t mediumEnd(const H5FD_t* file, H5FD_mem_t) {
-    return mediumOf(file)->end;
+    return fileOf(file).allocated();
 }
 
 static herr_t mediumSetEnd(H5FD_t* file, H5FD_mem_t, haddr_t end) {
-    mediumOf(file)->end = end;
+    fileOf(file).setAllocated(end);
     return 0;
 }
 
 static haddr_t mediumFileEnd(const H5FD_t* file, H5FD_mem_t) {
-    return mediumOf(file)->file->end();
+    return fileOf(file).end();
 }
 
 static herr_t mediumRead(H5FD_t* file, H5FD_mem_t, hid_t, haddr_t at, size_t count, void* bytes) {
-    return guarded([&] { return mediumOf(file)->file->read(at, bytes, count); });
+    return guarded([&] { return fileOf(file).read(at, bytes, count); });
 }
 
 static herr_t mediumWrite(H5FD_t* file, H5FD_mem_t type, hid_t, haddr_t at, size_t count,
                           const void* bytes) {
-    CommitFile& to = *mediumOf(file)->file;
+    CommitFile& to = fileOf(file);
     return guarded([&] {
         return type == H5FD_MEM_DRAW ? to.writeData(at, bytes, count)
                                      : to.writeStructure(at, bytes, count);
@@ -211,13 +182,7 @@ static herr_t mediumWrite(H5FD_t* file, H5FD_mem_t type, hid_t, haddr_t at, size
 }
 
 static herr_t mediumFlush(H5FD_t* file, hid_t, hbool_t) {
-    Medium* medium = mediumOf(file);
-    return guarded([&] { return medium->file->commit(medium->end); });
-}
-
-// The size is set by each commit.
-static herr_t mediumTruncate(H5FD_t*, hid_t, hbool_t) {
-    return 0;
+    return guarded([&] { return fileOf(file).commit(); });
 }
 }
 
@@ -231,18 +196,18 @@ const H5FD_class_t& mediumClass() {
         c.name = "rxp2k7";
         c.maxaddr = static_cast<haddr_t>(std::numeric_limits<std::int64_t>::max());
         c.fc_degree = H5F_CLOSE_STRONG;
-        c.fapl_size = sizeof(MediumInfo);
+        c.fapl_size = sizeof(CommitFile*);
         c.open = mediumOpen;
         c.close = mediumClose;
-        c.cmp = mediumCompare;
-        c.query = mediumQuery;
+        // No query: block aggregation would put new pieces before the committed end, where
+        // CommitFile does not want them. No truncate: each commit sets the size.
+        c.alloc = mediumAllocate;
         c.get_eoa = mediumEnd;
         c.set_eoa = mediumSetEnd;
         c.get_eof = mediumFileEnd;
         c.read = mediumRead;
         c.write = mediumWrite;
         c.flush = mediumFlush;
-        c.truncate = mediumTruncate;
         const H5FD_mem_t lists[] = H5FD_FLMAP_DICHOTOMY;
         std::copy(std::begin(lists), std::end(lists), std::begin(c.fl_map));
         // Texts are structure: freed room of theirs must not take column data.
@@ -253,32 +218,24 @@ const H5FD_class_t& mediumClass() {
 }
 
 // Types and property lists.
-// ----------------------------------------------------------------------------------------
 
 struct TypePair {
     hid_t file;
     hid_t memory;
 };
 
-TypePair typesOf(const std::type_info& component) {
-    if (component == typeid(double)) {
-        return {H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE};
-    }
-    if (component == typeid(float)) {
-        return {H5T_IEEE_F32LE, H5T_NATIVE_FLOAT};
-    }
-    if (component == typeid(unsigned short)) {
-        return {H5T_STD_U16LE, H5T_NATIVE_USHORT};
-    }
-    return {H5T_STD_U8LE, H5T_NATIVE_UCHAR};
+TypePair typesOf(const std::type_info& number) {
+    const std::pair<const std::type_info&, TypePair> known[] = {
+        {typeid(double), {H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE}},
+        {typeid(float), {H5T_IEEE_F32LE, H5T_NATIVE_FLOAT}},
+        {typeid(std::int32_t), {H5T_STD_I32LE, H5T_NATIVE_INT32}},
+        {typeid(std::uint32_t), {H5T_STD_U32LE, H5T_NATIVE_UINT32}},
+        {typeid(std::uint16_t), {H5T_STD_U16LE, H5T_NATIVE_UINT16}},
+    };
+    const auto* found = std::find_if(std::begin(known), std::end(known),
+                                     [&](const auto& k) { return k.first == number; });
+    return found == std::end(known) ? TypePair{H5T_STD_U8LE, H5T_NATIVE_UCHAR} : found->second;
 }
-
-struct ScalarBytes {
-    TypePair operator()(double) const { return {H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE}; }
-    TypePair operator()(std::uint32_t) const { return {H5T_STD_U32LE, H5T_NATIVE_UINT32}; }
-    TypePair operator()(std::int32_t) const { return {H5T_STD_I32LE, H5T_NATIVE_INT32}; }
-    TypePair operator()(std::uint16_t) const { return {H5T_STD_U16LE, H5T_NATIVE_UINT16}; }
-};
 
 /// The registered driver. Stays registered: the library calls it even after it gave up its own
 /// reference. Registered anew if the library was shut down and started again since.
@@ -292,8 +249,7 @@ hid_t mediumDriver() {
 
 Handle fileAccess(CommitFile* medium) {
     Handle access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
-    const MediumInfo info = {medium};
-    check(H5Pset_driver(access, mediumDriver(), &info));
+    check(H5Pset_driver(access, mediumDriver(), &medium));
     check(H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18));
     check(H5Pset_fclose_degree(access, H5F_CLOSE_STRONG));
     return access;
@@ -307,6 +263,33 @@ Handle groupCreation(hid_t kind, unsigned expected_links) {
     check(H5Pset_attr_phase_change(list, most_header_attributes, most_header_attributes - 1));
     check(H5Pset_obj_track_times(list, false)); // reruns give the same bytes
     return list;
+}
+
+/// Pieces that the object's header has.
+unsigned headerPieces(hid_t object) {
+#if H5_VERSION_GE(1, 12, 0)
+    H5O_native_info_t info;
+    check(H5Oget_native_info(object, &info, H5O_NATIVE_INFO_HDR));
+#else
+    H5O_info_t info;
+    check(H5Oget_info2(object, &info, H5O_INFO_HDR));
+#endif
+    return info.hdr.nchunks;
+}
+
+/// Extends the newest piece of the object's header, which is the last in the file, to the end of
+/// its page. By itself each link beyond the first room would add a piece, and thousands are slow.
+void makeRoom(hid_t object, hsize_t left) {
+    constexpr const char* placeholder = "room";
+    constexpr hsize_t overhead = 80; // of the placeholder, and a little more
+    if (left < 2 * overhead) {
+        return;
+    }
+    const hsize_t bytes = left - overhead;
+    const Handle space(H5Screate_simple(1, &bytes, nullptr), H5Sclose);
+    Handle(H5Acreate2(object, placeholder, H5T_STD_U8LE, space, H5P_DEFAULT, H5P_DEFAULT), H5Aclose)
+        .close();
+    check(H5Adelete(object, placeholder)); // leaves the room
 }
 
 Handle groupAt(hid_t file, const std::string& path) {
@@ -344,9 +327,6 @@ void setAttribute(hid_t object, const std::string& name, TypePair types, hid_t s
 
 } // namespace
 
-// K7File.
-// ----------------------------------------------------------------------------------------------------------
-
 struct K7File::State {
     std::string path;
     std::string part;
@@ -354,10 +334,8 @@ struct K7File::State {
     Handle file;
     Handle group_creation;
     Handle field_creation; // groups with many members
-    std::size_t chunk_rows = 0;
-    unsigned deflate_level = 0;
-    bool chunked = false;
-    bool shuffle = false;
+    ArrayStorage storage;
+    std::map<std::string, unsigned> header_pieces; // of each field
     bool write_behind = false;
     std::string failure;
     bool finished = false;
@@ -370,6 +348,7 @@ struct K7File::State {
     void flush();
     Handle datasetCreation(const MemBase& array, const std::vector<hsize_t>& shape) const;
     void closeLibraryFile() noexcept;
+    void removePart() noexcept;
 };
 
 /// Runs one operation under the lock, and makes its failure the file's last.
@@ -409,7 +388,7 @@ void K7File::State::create() {
     const Handle creation = groupCreation(H5P_FILE_CREATE, few_links);
     file = Handle(H5Fcreate(part.c_str(), H5F_ACC_TRUNC, creation, access), H5Fclose);
     group_creation = groupCreation(H5P_GROUP_CREATE, few_links);
-    field_creation = groupCreation(H5P_GROUP_CREATE, most_header_links);
+    field_creation = groupCreation(H5P_GROUP_CREATE, expected_fragments);
 }
 
 void K7File::State::flush() {
@@ -429,24 +408,29 @@ Handle K7File::State::datasetCreation(const MemBase& array,
                                       const std::vector<hsize_t>& shape) const {
     Handle list(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
     check(H5Pset_obj_track_times(list, false));
-    const std::size_t row_bytes = array.width() * array.element().elementSize;
-    if (!chunked || array.rows() == 0 || row_bytes == 0 || row_bytes > largest_chunk_bytes) {
+    const std::size_t chunk_rows = storage.chunkRows(array);
+    if (chunk_rows == 0) {
         // The whole array is written right after; filling it first would write all of it twice.
         check(H5Pset_fill_time(list, H5D_FILL_TIME_NEVER));
         return list;
     }
-    const std::size_t wanted =
-        chunk_rows != 0 ? chunk_rows : std::max<std::size_t>(1, default_chunk_bytes / row_bytes);
     std::vector<hsize_t> chunk = shape;
-    chunk[0] = std::min({wanted, array.rows(), largest_chunk_bytes / row_bytes});
+    chunk[0] = chunk_rows;
     check(H5Pset_chunk(list, static_cast<int>(chunk.size()), chunk.data()));
-    if (shuffle) {
+    if (storage.shuffle) {
         check(H5Pset_shuffle(list));
     }
-    if (deflate_level != 0) {
-        check(H5Pset_deflate(list, deflate_level));
+    if (storage.deflate_level != 0) {
+        check(H5Pset_deflate(list, storage.deflate_level));
     }
     return list;
+}
+
+void K7File::State::removePart() noexcept {
+    std::error_code ignored;
+    if (medium && !finished) {
+        std::filesystem::remove(part, ignored);
+    }
 }
 
 K7File::K7File(const std::string& path, const StorageTransformations* transformations)
@@ -454,23 +438,26 @@ K7File::K7File(const std::string& path, const StorageTransformations* transforma
     State& s = *state_;
     s.path = path;
     s.part = path + ".part";
-    if (transformations != nullptr) {
-        s.chunked = transformations->chunked();
-        s.chunk_rows = transformations->ChunkRows;
-        s.shuffle = transformations->Shuffle;
-        s.deflate_level = std::min(transformations->DeflateLevel, std::uint32_t{9});
+    s.storage = ArrayStorage(transformations);
+    try {
+        s.perform("create the bundle", [&] {
+            if (std::filesystem::is_directory(path)) {
+                throw Failure{path + " is a directory"};
+            }
+            s.create();
+        });
+        setText("/", "Format", format_name);
+        setScalar("/", "FormatVersion", format_version);
+        setText("/", "Creator", creator);
+        // From here on the .part opens, whenever the process ends.
+        flush();
+    } catch (...) {
+        const std::lock_guard lock(libraryMutex());
+        const Quiet quiet;
+        s.closeLibraryFile();
+        s.removePart();
+        throw;
     }
-    s.perform("create the bundle", [&] {
-        if (std::filesystem::is_directory(path)) {
-            throw Failure{path + " is a directory"};
-        }
-        s.create();
-    });
-    setText("/", "Format", format_name);
-    setScalar("/", "FormatVersion", format_version);
-    setText("/", "Creator", creator);
-    // From here on the .part opens, whenever the process ends.
-    flush();
 }
 
 K7File::~K7File() {
@@ -500,7 +487,7 @@ void K7File::setScalar(const std::string& path, const std::string& name, const S
     s.perform("set attribute " + name + " of " + path, [&] {
         const Handle group = groupAt(s.file, path);
         const Handle space(H5Screate(H5S_SCALAR), H5Sclose);
-        std::visit([&](const auto& v) { setAttribute(group, name, ScalarBytes()(v), space, &v); },
+        std::visit([&](const auto& v) { setAttribute(group, name, typesOf(typeid(v)), space, &v); },
                    value);
     });
 }
@@ -550,6 +537,12 @@ void K7File::store(const std::string& path, const std::string& name, const MemBa
         Handle dataset(H5Dcreate2(group, memberPath("", name).c_str() + 1, types.file, space,
                                   H5P_DEFAULT, creation, H5P_DEFAULT),
                        H5Dclose);
+        if (unsigned& pieces = s.header_pieces[path]; headerPieces(group) > pieces) {
+            if (pieces != 0) {
+                makeRoom(group, s.medium->leftInPage());
+            }
+            pieces = headerPieces(group);
+        }
         if (array.rows() != 0 && array.width() != 0) {
             check(H5Dwrite(dataset, types.memory, H5S_ALL, H5S_ALL, H5P_DEFAULT, array.raw()));
         }
@@ -600,6 +593,12 @@ void K7File::abandon() noexcept {
     s.abandoned = true;
     s.medium->rollBack();
     s.closeLibraryFile();
+}
+
+void K7File::discard() noexcept {
+    abandon();
+    const std::lock_guard lock(libraryMutex());
+    state_->removePart();
 }
 
 std::uint64_t K7File::size() const {

@@ -21,7 +21,7 @@ class K7File {
   public:
     using Scalar = std::variant<double, std::uint32_t, std::int32_t, std::uint16_t>;
 
-    /// Creates `path`.part. `transformations` may be null.
+    /// Creates `path`.part. `transformations` may be null. A failure leaves no .part.
     K7File(const std::string& path, const StorageTransformations* transformations);
     K7File(const K7File&) = delete;
     K7File& operator=(const K7File&) = delete;
@@ -54,6 +54,8 @@ class K7File {
     void finish();
     /// Closes without finishing; the .part stays as the last flush left it.
     void abandon() noexcept;
+    /// Abandons the file and removes the .part. Does nothing after success.
+    void discard() noexcept;
 
     /// Bytes of the file.
     std::uint64_t size() const;

@@ -235,6 +235,12 @@ void Bundle::abandon() noexcept {
     }
 }
 
+void Bundle::discard() noexcept {
+    if (file_) {
+        file_->discard();
+    }
+}
+
 std::uint64_t Bundle::fileSize() const {
     return file_ ? file_->size() : 0;
 }

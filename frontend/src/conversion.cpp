@@ -1,11 +1,12 @@
 #include "frontend/conversion.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
 
-#include "scanlib/connection.hpp"
+#include "driver.hpp"
 #include "scanlib/loss_log.hpp"
 #include "scanlib/pointcloud.hpp"
 #include "scanlib/rxpmarker.hpp"
@@ -19,21 +20,6 @@ namespace {
 constexpr std::int64_t bytes_per_package = 2500;
 constexpr int fallback_total = 1000000;
 constexpr std::uint64_t preamble_bytes = 16;
-
-struct ProgressScale {
-    int total;
-    int step;
-};
-
-/// Packages expected in a stream of `size` bytes, and after how many of them progress is reported.
-ProgressScale progress_scale(std::int64_t size) {
-    const auto total =
-        static_cast<std::int32_t>(static_cast<std::uint32_t>(size / bytes_per_package));
-    if (total < 0) {
-        return {fallback_total, fallback_total / 100};
-    }
-    return {total, std::max(total / 100, 1)};
-}
 
 /// Tells the host what the conversion did, whichever way it ends. Made first, so that the file is
 /// finished by then.
@@ -68,7 +54,7 @@ class SummaryReport {
             file += ".part";
         }
         const auto size = std::filesystem::file_size(file, unknown);
-        summary.bytes_out = unknown ? 0 : size;
+        summary.bytes_out = unknown || summary.abandoned ? 0 : size;
         for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
             const auto kind = static_cast<scanlib::loss>(i);
             if (losses.count(kind) != 0) {
@@ -80,6 +66,27 @@ class SummaryReport {
     }
 
     Holdfast::StrongPtr<ProgressMonitor> monitor_;
+};
+
+/// Gives up the output file unless the stream was opened, so that a file of an earlier run stays.
+/// Made after the WFM, so that the file is not finished yet.
+class UnopenedStream {
+  public:
+    UnopenedStream(WFM& wfm, ConversionSummary& summary) : wfm_(wfm), summary_(summary) {
+        summary_.abandoned = true;
+    }
+    UnopenedStream(const UnopenedStream&) = delete;
+    UnopenedStream& operator=(const UnopenedStream&) = delete;
+    ~UnopenedStream() {
+        if (summary_.abandoned) {
+            wfm_.writer().abandon();
+        }
+    }
+    void opened() noexcept { summary_.abandoned = false; }
+
+  private:
+    WFM& wfm_;
+    ConversionSummary& summary_;
 };
 
 /// A message for the console, the log and `Errors`.
@@ -115,7 +122,7 @@ class Pass {
             if (package % scale.step == 0 && input_.Progress.available()) {
                 input_.Progress->report("RXP-Package# ", package, scale.total);
             }
-            wfm_.dispatch(packet.begin(), packet.end());
+            deliver(packet);
             if (std::string text = wfm_.shall_we_write(false); !text.empty()) {
                 return text;
             }
@@ -134,6 +141,17 @@ class Pass {
         decoder_.get(packet);
         report_.summary.offset = decoder_.tell();
         report_.summary.bytes_in = connection_.position();
+    }
+
+    /// A packet that breaks half-way gives no rows.
+    void deliver(const scanlib::basic_buffer& packet) {
+        const WFM::Rows rows = wfm_.staged();
+        try {
+            wfm_.dispatch(packet.begin(), packet.end());
+        } catch (...) {
+            wfm_.unstage(rows);
+            throw;
+        }
     }
 
     /// The second consumer only yields the metadata: it is fed until it has.
@@ -205,37 +223,57 @@ std::string end_interrupted(Input& input, WFM& wfm, scanlib::basic_rconnection& 
 
 } // namespace
 
-std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input) {
+ProgressScale progress_scale(std::int64_t size) {
+    const auto total =
+        static_cast<std::int32_t>(static_cast<std::uint32_t>(size / bytes_per_package));
+    if (total < 0) {
+        return {fallback_total, fallback_total / 100};
+    }
+    return {total, std::max(total / 100, 1)};
+}
+
+std::string convert_stream(const std::filesystem::path& file, Input& input,
+                           const ConnectionFactory& connect) {
     SummaryReport report(input, file);
-    report.summary.store_failed = true; // until the output file is made
-    WFM wfm(input, file, true, report.summary);
+    ConversionSummary& summary = report.summary;
+    summary.store_failed = true; // until the output file is made
+    WFM wfm(input, file, true, summary);
     wfm.set_loss_log(&report.losses);
-    report.summary.store_failed = false;
+    summary.store_failed = false;
+    UnopenedStream output(wfm, summary);
     wfm.writer().prepare_fragment(input.FragSize, input.Exported_FWF_LENGTH);
-    const std::shared_ptr<scanlib::basic_rconnection> connection(
-        scanlib::basic_rconnection::create(utf8_of(file), "", ""));
+    const std::shared_ptr<scanlib::basic_rconnection> connection(connect(utf8_of(file)));
     if (!connection) {
         return "rxpToSkeinK7: cannot establish rconnection to file: " + utf8_of(file);
     }
+    const auto interrupted = [&](const std::string& cause, const std::string& message) {
+        summary.interrupted = true;
+        summary.cause = cause;
+        return end_interrupted(input, wfm, *connection, message);
+    };
     std::string text;
     try {
         connection->open();
+        output.opened();
         Pass pass(input, file, wfm, *connection, connection, report);
         text = pass.run();
         if (text.empty()) {
             text = end_normally(input, file, wfm, *connection);
         }
     } catch (const std::exception& e) {
-        report.summary.interrupted = true;
-        text = end_interrupted(input, wfm, *connection,
-                               "rxpToSkeinK7: Export interrupted for file: " + utf8_of(file) +
-                                   ". Error: " + e.what());
+        text = interrupted(e.what(), "rxpToSkeinK7: Export interrupted for file: " + utf8_of(file) +
+                                         ". Error: " + e.what());
     } catch (...) {
-        report.summary.interrupted = true;
-        text = end_interrupted(input, wfm, *connection,
-                               "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
+        text = interrupted("unknown exception",
+                           "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
     }
-    return finish(text, report.summary.output, wfm);
+    return summary.abandoned ? text : finish(text, summary.output, wfm);
+}
+
+std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input) {
+    return convert_stream(file, input, [](const std::string& uri) {
+        return scanlib::basic_rconnection::create(uri, "", "");
+    });
 }
 
 } // namespace Riegl

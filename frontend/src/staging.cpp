@@ -83,6 +83,7 @@ std::string BundleWriter::write_fragment(std::uint32_t fragment, std::uint32_t* 
     if (text.empty() && !*skip_flag && (*shots_count | *opp_count | *wave_count) != 0) {
         const std::lock_guard lock(store_mutex());
         bundle_->flush();
+        has_rows_ = true;
     }
     return text;
 }
@@ -120,6 +121,15 @@ std::uint32_t BundleWriter::longest_waveform() const {
 void BundleWriter::finish() {
     const std::lock_guard lock(store_mutex());
     bundle_->finish();
+}
+
+void BundleWriter::abandon() noexcept {
+    const std::lock_guard lock(store_mutex());
+    if (has_rows_) {
+        bundle_->abandon();
+    } else {
+        bundle_->discard();
+    }
 }
 
 } // namespace Riegl

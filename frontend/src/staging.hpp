@@ -195,6 +195,9 @@ class BundleWriter {
 
     /// Finishes the file. Throws what the bundle throws.
     void finish();
+    /// Gives the file up: a finished one of an earlier run stays, and the .part goes unless rows
+    /// were stored in it. Nothing can be stored afterwards.
+    void abandon() noexcept;
     bool store_failed() const noexcept { return bundle_->failed(); }
     /// Bytes of the file so far.
     std::uint64_t file_size() const { return bundle_->fileSize(); }
@@ -206,6 +209,7 @@ class BundleWriter {
     OppStaging::Memory opp_memory_;
     WaveformsStaging::Memory waveforms_memory_;
     Skein::BundlePtr bundle_;
+    bool has_rows_ = false;
     Holdfast::StrongPtr<Skein::Slice> slice_;
     Holdfast::StrongPtr<ShotsStaging> shots_;
     Holdfast::StrongPtr<OppStaging> opp_;

@@ -71,6 +71,21 @@ constexpr std::size_t grown(std::size_t capacity, std::size_t needed) {
 /// field's age.
 void mark_leap_seconds(Skein::Field& field, bool leap_flag);
 
+/// What columns of every rank have. Others refer to its place, so it cannot be copied.
+class ColumnBase {
+  public:
+    ColumnBase(const ColumnBase&) = delete;
+    ColumnBase& operator=(const ColumnBase&) = delete;
+
+    Holdfast::StrongPtr<Skein::Field> field;
+    std::uint32_t rows = 0; ///< capacity; lowered when stored
+    std::string error;      ///< empty unless the write failed
+
+  protected:
+    ColumnBase() = default;
+    ~ColumnBase() = default;
+};
+
 /// One column of a grid: an array of elements by row, zero until assigned, and the field that it is
 /// stored in.
 ///
@@ -79,13 +94,10 @@ template<class Element, int Rank, StringLiteral Name>
 class MyData;
 
 template<class Element, StringLiteral Name>
-class MyData<Element, 1, Name> {
+class MyData<Element, 1, Name> : public ColumnBase {
   public:
     static constexpr auto name = Name;
 
-    MyData() = default;
-    MyData(const MyData&) = delete;
-    MyData& operator=(const MyData&) = delete;
     ~MyData() {
         if (data.available()) {
             claim_written();
@@ -147,10 +159,7 @@ class MyData<Element, 1, Name> {
 
     const ColumnDescription description = describe_column<Element>();
     Holdfast::StrongPtr<Holdfast::Chunk<Element>> data;
-    Holdfast::StrongPtr<Skein::Field> field;
     std::uint32_t width = 1;
-    std::uint32_t rows = 0; ///< capacity; lowered when stored
-    std::string error;      ///< empty unless the write failed
 
   private:
     /// Tells the array which of its cells were written through operator[].
@@ -170,13 +179,10 @@ class MyData<Element, 1, Name> {
 /// Rows lie side by side, as wide as the longest waveform so far needs, so that neither memory nor
 /// a copy is spent on samples that no waveform has.
 template<StringLiteral Name>
-class MyData<unsigned short, 2, Name> {
+class MyData<unsigned short, 2, Name> : public ColumnBase {
   public:
     static constexpr auto name = Name;
 
-    MyData() = default;
-    MyData(const MyData&) = delete;
-    MyData& operator=(const MyData&) = delete;
     ~MyData() {
         if (data.available()) {
             data->resizeUnfilled(assigned_ * stride_);
@@ -244,11 +250,8 @@ class MyData<unsigned short, 2, Name> {
     const ColumnDescription description = describe_column<unsigned short>();
     Holdfast::StrongPtr<Holdfast::Chunk<unsigned short>> data;
     Holdfast::StrongPtr<Skein::MemBase> array; ///< what was stored last
-    Holdfast::StrongPtr<Skein::Field> field;
-    std::uint32_t width = 0;      ///< samples a row may have; lowered when stored
-    std::uint32_t rows = 0;       ///< capacity; lowered when stored
-    std::uint32_t max_length = 0; ///< longest waveform seen, before it was cut
-    std::string error;            ///< empty unless the write failed
+    std::uint32_t width = 0;                   ///< samples a row may have; lowered when stored
+    std::uint32_t max_length = 0;              ///< longest waveform seen, before it was cut
 
   private:
     void make_room(std::size_t cells) {

@@ -2,14 +2,24 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iostream>
 
 #include "bundle_interface/pulsekit.hpp"
 
 namespace Riegl {
 
+namespace {
+
+/// Channels are told by their number, whatever their names are.
+constexpr std::uint64_t refused_channel = 2;
+constexpr std::uint64_t reference_channel = 3;
+constexpr std::size_t pulse_model_channel = 1;
+
+} // namespace
+
 WFM::WFM(Input& input, const std::filesystem::path& file, bool leap_flag,
          ConversionSummary& summary)
-    : scanlib::pointcloud(true)
+    : scanlib::wave(true, false)
     , input_(&input)
     , file_(file)
     , leap_flag_(leap_flag)
@@ -22,7 +32,7 @@ WFM::~WFM() {
 }
 
 void WFM::on_shot() {
-    scanlib::pointcloud::on_shot();
+    scanlib::wave::on_shot();
     if (std::isnan(time)) {
         note_loss(scanlib::loss::shot_without_time);
         return;
@@ -40,7 +50,7 @@ void WFM::on_echo_ready(scanlib::echo_position position) {
     if (!writer_.has_opp()) {
         return;
     }
-    scanlib::pointcloud::on_echo_ready(position);
+    scanlib::wave::on_echo_ready(position);
     const scanlib::target& t = newest_target();
     if (std::isnan(time) || std::isnan(t.echo_range) || std::isnan(t.vertex[0]) ||
         std::isnan(t.vertex[1]) || std::isnan(t.vertex[2])) {
@@ -58,17 +68,96 @@ void WFM::on_echo_ready(scanlib::echo_position position) {
 }
 
 void WFM::on_header(scanlib::packets::header& p, const std::uint32_t* end) {
-    scanlib::pointcloud::on_header(p, end);
+    scanlib::wave::on_header(p, end);
     attributes_.serial = serial;
     attributes_.type_id = type_id;
     attributes_.build = build;
 }
 
 void WFM::on_atmosphere_4(scanlib::packets::atmosphere_4& p) {
-    scanlib::pointcloud::on_atmosphere_4(p);
+    scanlib::wave::on_atmosphere_4(p);
     attributes_.group_velocity = static_cast<double>(p.group_velocity());
     // Nanometres here, though the engine keeps metres.
     attributes_.wavelength = static_cast<double>(p.wavelength());
+}
+
+void WFM::on_wave(scanlib::wave_block& block) {
+    if (!writer_.has_waveforms() || block.records.empty() || std::isnan(time)) {
+        return;
+    }
+    WaveformsStaging& staging = writer_.waveforms();
+    for (const scanlib::wave_record& r : block.records) {
+        if (r.channel == reference_channel) {
+            attributes_.t_ref = r.time_sorg;
+            continue;
+        }
+        if (r.channel == refused_channel) {
+            Holdfast::Console() << "baseRxpToSkein:: Warning: Channel is 2 !?!";
+            continue;
+        }
+        const std::size_t n = r.samples.size();
+        const std::size_t stored = std::min<std::size_t>(n, input_->Exported_FWF_LENGTH);
+        staging.ensure_row(wave_count_);
+        staging.column<"GPSTime">()[wave_count_] = block.time;
+        staging.column<"SBL_Time">()[wave_count_] = r.time_sorg;
+        staging.column<"Channel">()[wave_count_] = static_cast<unsigned char>(r.channel);
+        staging.column<"FWFLength">()[wave_count_] = static_cast<unsigned short>(stored);
+        auto& waveforms = staging.column<"Waveforms">();
+        waveforms.assign(wave_count_, r.samples.data(), stored);
+        waveforms.max_length = std::max(waveforms.max_length, static_cast<std::uint32_t>(n));
+        ++wave_count_;
+    }
+}
+
+/// Takes the place of the engine's own handler: the pulse model of one channel goes into the
+/// attributes, that of the others nowhere.
+void WFM::on_sbl_dg_channel_expsum_1(scanlib::packets::sbl_dg_channel_expsum_1& p) {
+    if (p.channel() != pulse_model_channel || channels.size() <= pulse_model_channel) {
+        return;
+    }
+    scanlib::wave_channel& c = channels[pulse_model_channel];
+    c.delay = p.delay();
+    c.scale = p.scale();
+    c.a_lin = p.a_lin();
+    SysWaveA.clear();
+    SysWaveB.clear();
+    for (std::size_t i = 0; i < p.tail_size(); ++i) {
+        const auto e = p.tail(i);
+        // The element's four numbers are two complex ones here.
+        SysWaveA.emplace_back(e.A(), e.B());
+        SysWaveB.emplace_back(e.gamma(), e.omega());
+        std::cout << "on_sbl_dg_channel_expsum_1: SysWave coefficient A: " << SysWaveA.back()
+                  << " B: " << SysWaveB.back() << " i: " << i << std::endl;
+    }
+}
+
+/// Makes attributes of the pulse model once it is known; the first one stays.
+void WFM::keep_coefficients() {
+    if (attributes_.pulse_A_real.available() || SysWaveA.empty() ||
+        SysWaveA.size() != SysWaveB.size()) {
+        return;
+    }
+    const auto parts = [](const std::vector<std::complex<double>>& numbers, auto part) {
+        AttributesForFWFProcessing::Coefficients chunk(new Holdfast::Chunk<double>(numbers.size()));
+        std::transform(numbers.begin(), numbers.end(), chunk->data(), part);
+        return chunk;
+    };
+    const auto real = [](const std::complex<double>& c) { return c.real(); };
+    const auto imag = [](const std::complex<double>& c) { return c.imag(); };
+    attributes_.pulse_A_real = parts(SysWaveA, real);
+    attributes_.pulse_A_imag = parts(SysWaveA, imag);
+    attributes_.pulse_B_real = parts(SysWaveB, real);
+    attributes_.pulse_B_imag = parts(SysWaveB, imag);
+}
+
+void WFM::unstage(const Rows& rows) {
+    auto& times = writer_.shots().column<"GPSTime">();
+    for (std::uint32_t row = rows.shots; row < shots_count_; ++row) {
+        times[row] = 0; // rows without a shot
+    }
+    shots_count_ = rows.shots;
+    opp_count_ = rows.echoes;
+    wave_count_ = rows.waveforms;
 }
 
 void WFM::on_hk_extended_external(scanlib::packets::hk_extended_external&) {}
@@ -98,6 +187,7 @@ std::string WFM::flush_staging() {
     settle_fragment();
     attributes_.sampling_time = sampling_time;
     attributes_.unambiguous_range = unambiguous_range;
+    keep_coefficients();
     const bool skip = lies_inside_time_range();
     std::string text = writer_.write_fragment(fragment_number_, &opp_count_, &wave_count_,
                                               &shots_count_, &date_code_, &leap_flag_, &skip);

@@ -1,24 +1,26 @@
 #pragma once
 
+#include <complex>
 #include <cstdint>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "bundle_interface/rdb2skein.hpp"
 #include "frontend/conversion.hpp"
 #include "scan_attributes.hpp"
-#include "scanlib/pointcloud.hpp"
+#include "scanlib/wave.hpp"
 #include "staging.hpp"
 
 namespace Riegl {
 
-/// Consumer of the packets in a conversion: copies each shot and echo into the staging columns,
-/// cuts fragments, and at the end writes the last fragment and the scan attributes.
+/// Consumer of the packets in a conversion: copies each shot, echo and waveform into the staging
+/// columns, cuts fragments, and at the end writes the last fragment and the scan attributes.
 ///
 /// Times are the synchronised ones, so that shots before the first synchronisation give no rows.
 /// Rows of the grids are not linked by index; they share the time in "GPSTime".
-class WFM : public scanlib::pointcloud {
+class WFM : public scanlib::wave {
   public:
     /// Creates the output file. `input` and `summary` outlive this object; `input.Errors` and the
     /// counts of `summary` are written through it. Throws what the bundle throws when the file
@@ -40,15 +42,30 @@ class WFM : public scanlib::pointcloud {
 
     BundleWriter& writer() noexcept { return writer_; }
 
+    /// Numbers of rows staged at a moment.
+    struct Rows {
+        std::uint32_t shots = 0;
+        std::uint32_t echoes = 0;
+        std::uint32_t waveforms = 0;
+    };
+    Rows staged() const noexcept { return {shots_count_, opp_count_, wave_count_}; }
+    /// Drops the rows staged since, for a packet that turned out to be broken.
+    void unstage(const Rows& rows);
+
     std::ostringstream meta_stream; ///< JSON metadata, written by the driver
 
     void on_shot() override;
     void on_echo_ready(scanlib::echo_position position) override;
     void on_header(scanlib::packets::header& p, const std::uint32_t* end) override;
     void on_atmosphere_4(scanlib::packets::atmosphere_4& p) override;
+    void on_sbl_dg_channel_expsum_1(scanlib::packets::sbl_dg_channel_expsum_1& p) override;
     void on_hk_extended_external(scanlib::packets::hk_extended_external& p) override;
 
+  protected:
+    void on_wave(scanlib::wave_block& block) override;
+
   private:
+    void keep_coefficients();
     std::string flush_staging();
     void settle_fragment();
     bool lies_inside_time_range() const;
@@ -66,12 +83,9 @@ class WFM : public scanlib::pointcloud {
     std::int32_t date_code_;
     ReflectanceAmplitudeAttributes parsed_;
     ConversionSummary* summary_;
-    /// Rows of the fragment that is on its way to the file.
-    struct {
-        std::uint32_t shots = 0;
-        std::uint32_t echoes = 0;
-        std::uint32_t waveforms = 0;
-    } under_way_;
+    Rows under_way_; ///< rows of the fragment that is on its way to the file
+    std::vector<std::complex<double>> SysWaveA; ///< pulse model
+    std::vector<std::complex<double>> SysWaveB;
 };
 
 } // namespace Riegl

@@ -8,9 +8,9 @@ namespace simulator {
 
 namespace {
 
-constexpr double scene_range = 350;     ///< m; the scene ends a little farther out
 constexpr double drift = 1.5e-06;       ///< how much the oscillator is fast
 constexpr double lead_time = 8;         ///< s that the instrument runs before the recording starts
+constexpr double early_start = 0.25;    ///< part of the counter's circle
 constexpr double reference_range = 100; ///< m, for which the receiver's numbers are given
 constexpr double full_amplitude = 42;   ///< dB of a white surface at the reference range
 constexpr double noise_floor = 2;       ///< dB
@@ -53,6 +53,20 @@ double reflectance_correction(double range) {
     return 20 * std::log10(std::max(range, 5.0) / reference_range);
 }
 
+instrument_units units_of(const scan_settings& settings) {
+    const bool fan = settings.optics == mechanics::mirrorwheel_fanbeam;
+    return {fan ? instrument::fan_range_unit : instrument::range_unit,
+            fan ? instrument::fan_ampl_unit : instrument::ampl_refl_unit,
+            is_high_resolution(settings.form) ? instrument::packed_hr_bits
+                                              : instrument::full_hr_bits};
+}
+
+/// Greatest range that the packets of a form can tell.
+double told_range(const scan_settings& settings) {
+    return settings.optics == mechanics::mirrorwheel_fanbeam ? 65535.0 * instrument::fan_range_unit
+                                                             : scene_range;
+}
+
 double in_counts(double value, double unit, double least, double greatest) {
     return std::clamp(std::round(value / unit), least, greatest);
 }
@@ -62,7 +76,10 @@ double in_counts(double value, double unit, double least, double greatest) {
 scan_program::scan_program(const scan_settings& settings)
     : pulse_rate_(settings.pulse_rate)
     , lines_per_second_(settings.lines_per_second)
-    , start_time_(settings.start_time) {
+    , start_time_(settings.start_time)
+    , line_counts_(counts_per_facet * (line_swings(settings.optics) ? line_swing : 1))
+    , frame_counts_(frame_circle_count * (frame_swings(settings.optics) ? frame_swing : 1))
+    , turns_(!line_swings(settings.optics)) {
     constexpr double used = (last_angle - first_angle) / facet_way;
     const double shots_per_line = pulse_rate_ / lines_per_second_ * used;
     if (!(shots_per_line >= 2)) {
@@ -93,49 +110,42 @@ shot scan_program::next() {
     const double in_line = t * lines_per_second_ - static_cast<double>(line_);
     const double turns = t / turn_time_;
     const double whole_turns = std::floor(turns);
-    const auto facet = static_cast<std::uint32_t>(line_ % facets);
+    const auto facet = turns_ ? static_cast<std::uint32_t>(line_ % facets) : 0;
     return {start_time_ + t,
-            facet * counts_per_facet + static_cast<std::uint32_t>(in_line * counts_per_facet),
-            static_cast<std::uint32_t>((turns - whole_turns) * frame_circle_count), line_,
+            facet * counts_per_facet + static_cast<std::uint32_t>(in_line * line_counts_),
+            static_cast<std::uint32_t>((turns - whole_turns) * frame_counts_), line_,
             static_cast<std::uint64_t>(whole_turns)};
 }
 
 instrument::instrument(const scan_settings& settings)
-    : optics_(&beam_origin_, &beam_direction_)
-    , greatest_range_(std::min(scene_range, 0.5 * group_velocity / settings.pulse_rate))
+    : units_(units_of(settings))
+    , optics_(settings.optics,
+              {units_.range, scan_program::line_circle_count, scan_program::frame_circle_count},
+              &beam_origin_, &beam_direction_)
+    , greatest_range_(std::min(told_range(settings),
+                               std::max(settings.zones, 1U) * zone_length(settings.pulse_rate)))
     , start_time_(settings.start_time) {
     random_source random(settings.seed ^ 0x0C10C70C10C70C10);
-    // Anywhere in the counter's circle, so that some recordings see it wrap.
+    // Anywhere in the counter's circle, so that some recordings see it wrap. Not so with zones:
+    // readers tell them by plain differences of the counter.
     counter_start_ = random.unit() * 0x1p32 * systime_unit;
-
-    // The laser shines down on the wheel, whose axis lies level. The facets are a little out of
-    // true, each in its own way, as the calibration of a real wheel tells.
-    optics_.range_unit = range_unit;
-    optics_.line_circle_count = scan_program::line_circle_count;
-    optics_.frame_circle_count = scan_program::frame_circle_count;
-    optics_.laser_origin = {0.035F, 0.002F, 0.16F};
-    optics_.laser_direction = {0.0F, 0.0F, -1.0F};
-    optics_.mirror_axis_origin = {0.0F, 0.0F, 0.0F};
-    optics_.mirror_axis_direction = {0.0F, -1.0F, 0.0F};
-    optics_.line_angle_0 = 4096;
-    optics_.facets = {{{1.0F, 0.0F, 0.0F}, 0.03F},
-                      {{0.99999994F, 3.0e-04F, 0.0F}, 0.0301F},
-                      {{0.99999994F, -2.0e-04F, 1.0e-04F}, 0.0299F}};
-    optics_.initialise();
+    if (settings.zones != 0) {
+        counter_start_ *= early_start * static_cast<double>(hr_mask()) / 0x1p51;
+    }
 }
 
-std::uint16_t instrument::reftab_step_counter() {
-    return static_cast<std::uint16_t>(std::lround(16777216.0 * range_unit / reftab_step));
+std::uint16_t instrument::reftab_step_counter() const {
+    return static_cast<std::uint16_t>(std::lround(16777216.0 * units_.range / reftab_step));
 }
 
-std::int16_t instrument::reftab_entry(std::size_t i) {
-    const double step = 16777216.0 * range_unit / reftab_step_counter();
+std::int16_t instrument::reftab_entry(std::size_t i) const {
+    const double step = 16777216.0 * units_.range / reftab_step_counter();
     return static_cast<std::int16_t>(in_counts(
-        -reflectance_correction(static_cast<double>(i) * step), ampl_refl_unit, -32768, 32767));
+        -reflectance_correction(static_cast<double>(i) * step), units_.ampl_refl, -32768, 32767));
 }
 
 bool instrument::receive(const surface_hit& hit, std::size_t earlier, random_source& random,
-                         echo_counts& echo) const {
+                         received_echo& echo) const {
     const finish f = finish_of(hit.made_of);
     const double reflectance = f.reflectance + f.scatter * random.between(-1, 1) +
                                decibels(std::max(hit.incidence, 0.05)) -
@@ -146,12 +156,13 @@ bool instrument::receive(const surface_hit& hit, std::size_t earlier, random_sou
     if (amplitude < noise_floor) {
         return false;
     }
-    echo.range_counter = static_cast<std::int32_t>(std::lround(hit.range / range_unit));
-    echo.amplitude = static_cast<std::uint16_t>(in_counts(amplitude, ampl_refl_unit, 0, 65535));
+    echo.range = hit.range;
+    echo.amplitude = static_cast<std::uint16_t>(in_counts(amplitude, units_.ampl_refl, 0, 65535));
     echo.reflectance = static_cast<std::int16_t>(
-        in_counts(reflectance - correction - in_air, ampl_refl_unit, -32768, 32767));
+        in_counts(reflectance - correction - in_air, units_.ampl_refl, -32768, 32767));
     echo.flags = amplitude < strong_echo ? rising_flag : 0;
     echo.deviation = static_cast<std::int16_t>(f.deviation * random.unit());
+    echo.artefact = false;
     return true;
 }
 
@@ -166,8 +177,12 @@ std::uint32_t instrument::system_counter(double pps_time) const {
 }
 
 std::uint64_t instrument::system_counter_hr(double pps_time) const {
-    return static_cast<std::uint64_t>(oscillator_time(pps_time) / systime_hr_unit) &
-           ((std::uint64_t{1} << systime_hr_bits) - 1);
+    return static_cast<std::uint64_t>(oscillator_time(pps_time) / systime_hr_unit) & hr_mask();
+}
+
+double instrument::range_between(std::uint64_t earlier, std::uint64_t later) const {
+    return static_cast<double>((later - earlier) & hr_mask()) * group_velocity * 0.5 *
+           static_cast<double>(systime_hr_unit);
 }
 
 } // namespace simulator

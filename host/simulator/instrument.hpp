@@ -1,25 +1,19 @@
 #pragma once
 
-#include "scanlib/mirrorwheel.hpp"
+#include "simulator/optics.hpp"
 #include "simulator/random_source.hpp"
 #include "simulator/scene.hpp"
+#include "simulator/settings.hpp"
 
 #include <cstdint>
 #include <vector>
 
 namespace simulator {
 
-/// What a user may choose about the instrument and its scan.
-struct scan_settings {
-    std::uint64_t shots = 1'000'000;
-    double pulse_rate = 300'000;   ///< laser pulses a second
-    double lines_per_second = 100; ///< scan lines a second
-    double turn_time = 0; ///< s for a full turn of the head; 0 for one turn in the recording
-    std::uint32_t start_time =
-        43200; ///< PPS time at which the recording starts, whole s of the day
-    std::uint64_t seed = 1;
-    bool high_resolution = false; ///< write the packets with high-resolution time
-};
+inline constexpr double scene_range = 350; ///< m; the scene ends a little farther out
+/// Range from a pulse within which the receiver is blind, and before the next, when several pulses
+/// are on their way; m.
+inline constexpr double blind_range = 1.0;
 
 /// One laser shot of the scan, in the instrument's counts.
 struct shot {
@@ -39,16 +33,21 @@ struct shot {
 ///     facet's way   0 ...... first_angle ####### last_angle ...... 120 deg
 ///                            a line of shots
 ///
+/// A mirror that swings does so in the same rhythm, over a smaller angle; each line is alike then.
+/// The circles have counts that fit all forms of packets, so that all tell the same beams.
+///
 /// Ask for one shot after the other.
 class scan_program {
   public:
     static constexpr std::uint32_t facets = 3;
-    static constexpr std::uint32_t counts_per_facet = 4'000'000;
+    static constexpr std::uint32_t counts_per_facet = 1'398'000;
     static constexpr std::uint32_t line_circle_count = facets * counts_per_facet;
-    static constexpr std::uint32_t frame_circle_count = 36'000'000;
+    static constexpr std::uint32_t frame_circle_count = 4'194'000;
     static constexpr double facet_way = 120; ///< degrees
     static constexpr double first_angle = 10;
     static constexpr double last_angle = 60;
+    static constexpr double line_swing = 0.2;   ///< part of a facet's way that a mirror swings
+    static constexpr double frame_swing = 0.25; ///< part of a turn that a head swings
 
     /// Throws std::invalid_argument for settings that give less than two shots a line.
     explicit scan_program(const scan_settings& settings);
@@ -67,18 +66,29 @@ class scan_program {
     double turn_time_;
     double duration_;
     double start_time_;
+    double line_counts_;  ///< of a facet's way
+    double frame_counts_; ///< of a turn
+    bool turns_;          ///< the mirror, so that each line has a facet of its own
     std::uint64_t line_ = 0;
     std::uint64_t pulse_ = 0;      ///< number of the next pulse since the start
     std::uint64_t last_pulse_ = 0; ///< first pulse behind the line
 };
 
-/// The readings of one echo.
-struct echo_counts {
-    std::int32_t range_counter;
+/// What the receiver makes of one reflection: the range in metres, the other readings in counts.
+struct received_echo {
+    double range;
     std::uint16_t amplitude;
     std::int16_t reflectance;
     std::uint16_t flags;
     std::int16_t deviation;
+    bool artefact; ///< of the receiver, with no surface behind it
+};
+
+/// Units of the numbers in packets.
+struct instrument_units {
+    float range;      ///< m
+    float ampl_refl;  ///< dB
+    std::uint32_t hr; ///< bits of the high-resolution time
 };
 
 /// Optics, units and receiver of the simulated scanner. Packets tell numbers in 32 bits; where they
@@ -97,8 +107,12 @@ class instrument {
     static constexpr float ampl_refl_unit = 0.01F;            ///< dB
     static constexpr float systime_unit = 1e-07F;             ///< s
     static constexpr float systime_hr_unit = 1e-07F / 524288; ///< s
-    static constexpr std::uint32_t systime_hr_bits =
-        51; ///< so that the other counter has all of 32
+    static constexpr std::uint32_t full_hr_bits = 51;   ///< so that the other counter has all of 32
+    static constexpr std::uint32_t packed_hr_bits = 49; ///< as many as the narrowest form holds
+    static constexpr float fan_range_unit = 0.005F;     ///< m; few bits for an echo of a fan
+    static constexpr float fan_ampl_unit = 0.25F;       ///< dB
+
+    const instrument_units& units() const noexcept { return units_; }
 
     static constexpr float group_velocity = 299'704'944.0F; ///< m/s
     static constexpr float attenuation = 0.05F;             ///< of 1/1000 per m
@@ -109,36 +123,44 @@ class instrument {
         501; ///< odd, so that the table fills its last word
 
     /// First word of the table of reflectance corrections, which tells its step.
-    static std::uint16_t reftab_step_counter();
+    std::uint16_t reftab_step_counter() const;
     /// An entry of that table, in units of -ampl_refl_unit.
-    static std::int16_t reftab_entry(std::size_t i);
+    std::int16_t reftab_entry(std::size_t i) const;
 
-    /// Optical parameters, for the geometry packet.
-    const scanlib::mirrorwheel& optics() const noexcept { return optics_; }
+    /// Mirrors and lenses.
+    const optics& mirrors() const noexcept { return optics_; }
 
     /// Turns mirrors and head; afterwards beam_origin() and beam_direction() tell the beam.
-    void aim(const shot& s) { optics_.set_counts(s.line_counter, s.frame_counter, 0); }
+    void aim(const shot& s) { optics_.aim(s.line_counter, s.frame_counter); }
+    /// One of many beams, after `aim`.
+    void select_beam(std::uint32_t column, std::uint32_t row) { optics_.select_beam(column, row); }
     const vector3& beam_origin() const noexcept { return beam_origin_; }
     const vector3& beam_direction() const noexcept { return beam_direction_; }
 
-    /// Range beyond which an echo would fall behind the next pulse.
+    /// Range beyond which an echo would fall behind the last zone, or could not be told.
     double greatest_range() const noexcept { return greatest_range_; }
 
     /// What the receiver tells of a reflection after `earlier` others of the same beam; false for
     /// one that drowns in the noise.
     bool receive(const surface_hit& hit, std::size_t earlier, random_source& random,
-                 echo_counts& echo) const;
+                 received_echo& echo) const;
 
     /// Reading of the free-running counters at a PPS time.
     std::uint32_t system_counter(double pps_time) const;
     std::uint64_t system_counter_hr(double pps_time) const;
 
+    /// Way to and fro of light between two readings of the high-resolution counter, halved; m.
+    double range_between(std::uint64_t earlier, std::uint64_t later) const;
+
   private:
     double oscillator_time(double pps_time) const;
 
+    std::uint64_t hr_mask() const noexcept { return (std::uint64_t{1} << units_.hr) - 1; }
+
+    instrument_units units_;
     vector3 beam_origin_{};
     vector3 beam_direction_{};
-    scanlib::mirrorwheel optics_;
+    optics optics_;
     double greatest_range_;
     double start_time_;
     double counter_start_; ///< s that the oscillator shows at the start

@@ -1,8 +1,9 @@
 #include "simulator/recorder.hpp"
 
 #include "scanlib/packet_writers.hpp"
+#include "simulator/description.hpp"
 
-#include <array>
+#include <algorithm>
 #include <cmath>
 
 namespace simulator {
@@ -15,21 +16,11 @@ constexpr std::uint32_t lead_pairs = 3;          ///< PPS pairs ahead of the fir
 constexpr std::uint64_t report_interval = 65536; ///< shots between two calls of `progress`
 constexpr std::uint32_t seconds_a_day = 86400;
 
-/// Kinds frequent enough for a short code.
-constexpr std::array frequent_kinds{
-    packets::laser_shot_2angles_writer::index,
-    packets::laser_shot_2angles_hr_writer::index,
-    packets::echo_writer::index,
-    packets::line_start_up_writer::index,
-    packets::line_stop_writer::index,
-    packets::pps_sync_writer::index,
-    packets::pps_sync_hr_writer::index,
-    packets::counter_sync_writer::index,
-    packets::hk_time_writer::index,
-    packets::hk_rtc_sys_writer::index,
-    packets::hk_incl_writer::index,
-    packets::generic_end_writer::index,
-};
+/// Sunlight, stronger on one side, in counts.
+std::uint16_t radiation_of(const shot& s) {
+    return static_cast<std::uint16_t>(200 +
+                                      s.frame_counter * 100ULL / scan_program::frame_circle_count);
+}
 
 } // namespace
 
@@ -38,95 +29,14 @@ recorder::recorder(const scan_settings& settings, scanlib::packet_emitter& emitt
     , out_(emitter)
     , scene_(settings.seed)
     , instrument_(settings)
+    , calibration_(settings, instrument_.units())
     , program_(settings)
+    , writer_(settings.form, emitter)
     , random_(settings.seed ^ 0xEC40E5EC40E5EC40)
     , next_second_(settings.start_time + 1) {}
 
-void recorder::emit_header() {
-    out_.emit<packets::header_writer>(
-        [](packets::header_writer& p) {
-            p.type_id(instrument::type_id);
-            p.build(instrument::build);
-            p.serial(instrument::serial);
-            for (std::size_t i = 0; i < frequent_kinds.size(); ++i) {
-                const scanlib::packet_layout& kind = scanlib::layout_of(frequent_kinds[i]);
-                auto entry = p.element(i);
-                entry.id(static_cast<std::uint16_t>(kind.id));
-                entry.version(static_cast<std::uint16_t>(kind.version));
-            }
-        },
-        frequent_kinds.size());
-}
-
-void recorder::emit_units() {
-    out_.emit<packets::units_4_writer>([](packets::units_4_writer& p) {
-        p.range_unit(instrument::range_unit);
-        p.line_circle_count(scan_program::line_circle_count);
-        p.frame_circle_count(scan_program::frame_circle_count);
-        p.systime_unit(instrument::systime_unit);
-        p.ampl_refl_unit(instrument::ampl_refl_unit);
-        p.systime_hr_unit(instrument::systime_hr_unit);
-        p.systime_hr_bits(instrument::systime_hr_bits);
-        p.utc_unit(instrument::systime_unit);
-    });
-}
-
-void recorder::emit_geometry() {
-    const scanlib::mirrorwheel& optics = instrument_.optics();
-    out_.emit<packets::device_geometry_writer>(
-        [&](packets::device_geometry_writer& p) {
-            for (std::size_t i = 0; i < 3; ++i) {
-                p.laser_origin(i, static_cast<float>(optics.laser_origin[i]));
-                p.laser_direction(i, static_cast<float>(optics.laser_direction[i]));
-                p.mirror_axis_origin(i, static_cast<float>(optics.mirror_axis_origin[i]));
-                p.mirror_axis_direction(i, static_cast<float>(optics.mirror_axis_direction[i]));
-            }
-            p.line_angle_0(optics.line_angle_0);
-            for (std::size_t f = 0; f < optics.facets.size(); ++f) {
-                auto facet = p.element(f);
-                for (std::size_t i = 0; i < 3; ++i) {
-                    facet.normal(i, static_cast<float>(optics.facets[f].normal[i]));
-                }
-                facet.dist(static_cast<float>(optics.facets[f].dist));
-            }
-        },
-        optics.facets.size());
-}
-
-void recorder::emit_reflectance_table() {
-    out_.emit<packets::reftab_table_writer>(
-        [](packets::reftab_table_writer& p) {
-            p.step_counter(instrument::reftab_step_counter());
-            for (std::size_t i = 0; i < instrument::reftab_entries; ++i) {
-                p.element(i, instrument::reftab_entry(i));
-            }
-        },
-        instrument::reftab_entries);
-}
-
-void recorder::emit_atmosphere() {
-    out_.emit<packets::atmosphere_4_writer>([](packets::atmosphere_4_writer& p) {
-        p.temperature(15.0F);
-        p.pressure(1000.0F);
-        p.rel_humidity(60.0F);
-        p.rng_scale(0.0F);
-        p.pressure_sl(1013.0F);
-        p.group_velocity(instrument::group_velocity);
-        p.attenuation(instrument::attenuation);
-        p.wavelength(instrument::wavelength);
-    });
-}
-
-void recorder::describe_instrument() {
-    emit_header();
-    emit_units();
-    emit_geometry();
-    emit_reflectance_table();
-    emit_atmosphere();
-}
-
 void recorder::emit_pps(double pps_time) {
-    if (settings_.high_resolution) {
+    if (is_high_resolution(settings_.form)) {
         out_.emit<packets::pps_sync_hr_writer>([&](packets::pps_sync_hr_writer& p) {
             p.system_counter_hr(instrument_.system_counter_hr(pps_time));
             p.pps_time_hr(static_cast<std::uint64_t>(pps_time) % seconds_a_day * 1'000'000);
@@ -141,7 +51,7 @@ void recorder::emit_pps(double pps_time) {
 
 void recorder::emit_counter_sync(double pps_time) {
     // The high-resolution form leaves the synchronisation of the shots alone.
-    if (settings_.high_resolution) {
+    if (is_high_resolution(settings_.form)) {
         out_.emit<packets::counter_sync_2angles_hr_writer>(
             [&](auto& p) { p.system_counter_hr(instrument_.system_counter_hr(pps_time)); });
     } else {
@@ -182,9 +92,46 @@ void recorder::emit_housekeeping(std::uint32_t second) {
 }
 
 void recorder::emit_second(std::uint32_t second) {
+    writer_.flush();
     emit_counter_sync(second);
     emit_pps(second);
     emit_housekeeping(second);
+}
+
+/// Zone that a line measures, from 1.
+std::uint32_t recorder::zone_of_line() const {
+    return static_cast<std::uint32_t>(line_ % settings_.zones) + 1;
+}
+
+void recorder::emit_zone() {
+    const double length = zone_length(settings_.pulse_rate);
+    const std::uint32_t zone = zone_of_line();
+    // Half of the blind range lies between the gates and the nearest echoes.
+    const double margin = 0.5 * blind_range;
+    out_.emit<packets::mta_settings_1_writer>([&](packets::mta_settings_1_writer& p) {
+        p.mta_zones(settings_.zones_by == zone_telling::number ? static_cast<std::uint8_t>(zone)
+                                                               : std::uint8_t{0});
+        p.gate_low(static_cast<float>((zone - 1) * length + margin));
+        p.gate_high(static_cast<float>(zone * length - margin));
+        p.unambiguous_range(static_cast<float>(length));
+    });
+}
+
+/// Whether the receiver listens when an echo of this range returns.
+bool recorder::is_heard(double range) const {
+    const double length = zone_length(settings_.pulse_rate);
+    const std::uint32_t zone = zone_of_line();
+    return range >= (zone - 1) * length + blind_range && range <= zone * length - blind_range;
+}
+
+void recorder::end_line() {
+    if (settings_.zones != 0) {
+        // The pulse that would come next is not fired, and ends the line for the receiver.
+        land_echoes(instrument_.system_counter_hr(shot_time_ + 1 / settings_.pulse_rate));
+        in_flight_.clear();
+    }
+    writer_.flush();
+    out_.emit<packets::line_stop_writer>();
 }
 
 void recorder::move_to(const shot& s) {
@@ -196,7 +143,7 @@ void recorder::move_to(const shot& s) {
         return;
     }
     if (!first) {
-        out_.emit<packets::line_stop_writer>();
+        end_line();
     }
     if (!first && s.frame != frame_) {
         out_.emit<packets::frame_stop_writer>();
@@ -204,55 +151,142 @@ void recorder::move_to(const shot& s) {
     if (first || s.frame != frame_) {
         out_.emit<packets::frame_start_up_writer>();
     }
-    out_.emit<packets::line_start_up_writer>();
     line_ = s.line;
     frame_ = s.frame;
+    if (settings_.zones != 0) {
+        emit_zone();
+    }
+    out_.emit<packets::line_start_up_writer>();
     ++done_.lines;
 }
 
 void recorder::emit_shot(const shot& s) {
-    if (settings_.high_resolution) {
-        out_.emit<packets::laser_shot_2angles_hr_writer>(
-            [&](packets::laser_shot_2angles_hr_writer& p) {
-                p.time_counter_hr(instrument_.system_counter_hr(s.pps_time));
-                p.line_counter(s.line_counter);
-                p.frame_counter(s.frame_counter);
-            });
-    } else {
-        out_.emit<packets::laser_shot_2angles_writer>([&](packets::laser_shot_2angles_writer& p) {
-            p.time_counter(instrument_.system_counter(s.pps_time));
-            p.line_counter(s.line_counter);
-            p.frame_counter(s.frame_counter);
-        });
+    const std::uint64_t time = is_high_resolution(settings_.form)
+                                   ? instrument_.system_counter_hr(s.pps_time)
+                                   : instrument_.system_counter(s.pps_time);
+    if (settings_.zones != 0) {
+        land_echoes(time);
     }
+    shot_ticks_ = time;
+    shot_time_ = s.pps_time;
+    writer_.shot({time, s.line_counter, s.frame_counter, radiation_of(s)});
     ++done_.shots;
+    if (const auto pane = calibration_.pane_echo(s)) {
+        emit_echo(*pane, 0);
+    }
     instrument_.aim(s);
-    scene_.cast(instrument_.beam_origin(), instrument_.beam_direction(),
-                instrument_.greatest_range(), random_, hits_);
-    emit_echoes();
+    receive_echoes();
+    calibration_.add_ringing(echoes_);
+    for (const received_echo& e : echoes_) {
+        if (settings_.zones == 0) {
+            emit_echo(e, 0);
+        } else if (is_heard(e.range)) {
+            in_flight_.launch(shot_ticks_, e);
+        }
+    }
 }
 
-void recorder::emit_echoes() {
+/// The echoes of the beam at hand.
+void recorder::receive_echoes() {
+    const bool shifted = settings_.optics == mechanics::mirrorwheel_biaxial;
+    if (shifted) {
+        before_cast_ = random_;
+    }
+    scene_.cast(instrument_.beam_origin(), instrument_.beam_direction(),
+                instrument_.greatest_range(), random_, hits_);
+    echoes_.clear();
     std::size_t earlier = 0;
-    for (const surface_hit& hit : hits_) {
-        echo_counts counts{};
-        if (!instrument_.receive(hit, earlier++, random_, counts)) {
+    for (std::size_t i = 0; i < hits_.size(); ++i) {
+        surface_hit hit = *(hits_.begin() + i);
+        if (shifted && !find_shifted(i, hit)) {
             continue;
         }
-        out_.emit<packets::echo_writer>([&](packets::echo_writer& p) {
-            p.range_counter(counts.range_counter);
-            p.amplitude(counts.amplitude);
-            p.reflectance(counts.reflectance);
-            p.flags(counts.flags);
-            p.deviation(counts.deviation);
-        });
-        ++done_.echoes;
+        received_echo e{};
+        if (instrument_.receive(hit, earlier++, random_, e)) {
+            echoes_.push_back(e);
+        }
     }
+}
+
+/// Where a receiver beside the laser sees the hit number `index`: the place at its range, as the
+/// model tells it, must lie on the surface. The shift changes slowly with the range, so that the
+/// cast along the shifted line settles in a few rounds. False if the shifted line misses.
+bool recorder::find_shifted(std::size_t index, surface_hit& hit) const {
+    constexpr int rounds = 12;
+    constexpr double settled = 1e-9;
+    hit_list shifted;
+    for (int i = 0; i < rounds; ++i) {
+        const vector3 origin =
+            instrument_.mirrors().position(hit.range) - hit.range * instrument_.beam_direction();
+        random_source random = before_cast_;
+        scene_.cast(origin, instrument_.beam_direction(), instrument_.greatest_range(), random,
+                    shifted);
+        if (index >= shifted.size()) {
+            return false;
+        }
+        const surface_hit next = *(shifted.begin() + index);
+        const bool same = std::abs(next.range - hit.range) < settled;
+        hit = next;
+        if (same) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Writes an echo behind the newest shot, its range counted from there. `farther` is how far light
+/// came, in metres of range, between its own shot and the newest.
+void recorder::emit_echo(const received_echo& e, double farther) {
+    const std::int32_t counter = calibration_.told_counter(e, farther);
+    writer_.echo({static_cast<std::uint32_t>(counter), e.amplitude,
+                  static_cast<std::uint16_t>(e.reflectance), e.flags,
+                  static_cast<std::uint16_t>(e.deviation)});
+    ++(e.artefact ? done_.artefacts : done_.echoes);
+}
+
+/// Writes the echoes that return before the counter reads `now` behind the newest shot.
+void recorder::land_echoes(std::uint64_t now) {
+    for (const flying_echo& f : in_flight_.land(now, instrument_)) {
+        emit_echo(f.echo, instrument_.range_between(f.shot_ticks, shot_ticks_));
+    }
+}
+
+void recorder::emit_fan_shot(const shot& s) {
+    const auto column = static_cast<std::uint32_t>(done_.shots % optics::fan_columns);
+    fan_echoes_.clear();
+    instrument_.aim(s);
+    for (std::uint32_t row = 0; row < optics::fan_rows; ++row) {
+        instrument_.select_beam(column, row);
+        receive_echoes();
+        for (const received_echo& e : echoes_) {
+            fan_echoes_.push_back({row, e});
+        }
+    }
+    out_.emit<packets::channeled_shot_echoes_writer>(
+        [&](packets::channeled_shot_echoes_writer& p) {
+            p.time_counter(instrument_.system_counter(s.pps_time));
+            p.angle_0(static_cast<std::uint16_t>(column));
+            p.line_counter(s.line_counter);
+            for (std::size_t i = 0; i < fan_echoes_.size(); ++i) {
+                const auto& [row, e] = fan_echoes_[i];
+                auto element = p.element(i);
+                element.range_counter(static_cast<std::uint16_t>(
+                    std::clamp(std::lround(e.range / instrument_.units().range), 0L, 65535L)));
+                element.amplitude(
+                    static_cast<std::uint8_t>(std::min<std::uint16_t>(e.amplitude, 255)));
+                element.angle_1(static_cast<std::uint8_t>(row));
+                element.deviation(
+                    static_cast<std::uint8_t>(std::min<std::int16_t>(e.deviation, 15)));
+            }
+        },
+        fan_echoes_.size());
+    ++done_.shots;
+    done_.echoes += fan_echoes_.size();
 }
 
 void recorder::finish() {
     if (done_.shots != 0) {
-        out_.emit<packets::line_stop_writer>();
+        end_line();
         out_.emit<packets::frame_stop_writer>();
     }
     out_.emit<packets::meas_stop_writer>();
@@ -263,17 +297,25 @@ void recorder::finish() {
 }
 
 recording_summary recorder::run(const std::function<void(std::uint64_t)>& progress) {
-    describe_instrument();
+    describe(instrument_, calibration_, out_);
     for (std::uint32_t pair = lead_pairs; pair-- > 0;) {
         // A whole number of seconds; the first day has no seconds before it.
         emit_second(settings_.start_time - std::min(pair, settings_.start_time));
     }
     out_.emit<packets::meas_start_writer>();
+    const bool fan = settings_.optics == mechanics::mirrorwheel_fanbeam;
     double first_time = 0;
     for (std::uint64_t n = 0; n < settings_.shots; ++n) {
-        const shot s = program_.next();
+        shot s = program_.next();
+        if (fan) {
+            s.frame_counter = 0; // its packets have no room for it
+        }
         move_to(s);
-        emit_shot(s);
+        if (fan) {
+            emit_fan_shot(s);
+        } else {
+            emit_shot(s);
+        }
         first_time = n == 0 ? s.pps_time : first_time;
         done_.seconds = s.pps_time - first_time;
         if (n % report_interval == 0) {

@@ -210,6 +210,49 @@ TEST_F(BundleFile, AbandonedFileStaysAsItsLastFlushLeftIt) {
     EXPECT_TRUE(said_.empty());
 }
 
+TEST_F(BundleFile, DiscardedFileLeavesNothingAndTheEarlierOneStays) {
+    std::ofstream(path_) << "earlier";
+    {
+        const auto bundle = bound();
+        const auto field = field_of(shots_of(*bundle), "GPSTime");
+        bundle->flush();
+        bundle->discard();
+        EXPECT_FALSE(std::filesystem::exists(part_));
+        EXPECT_THAT(text_of([&] { store(field, 0, counting(1)); }), HasSubstr("closed"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(part_));
+    EXPECT_EQ(bytes_of(path_), "earlier");
+    EXPECT_TRUE(said_.empty());
+}
+
+TEST_F(BundleFile, DiscardAfterTheFinishDoesNothing) {
+    const auto bundle = bound();
+    bundle->finish();
+    const std::string finished = bytes_of(path_);
+    bundle->discard();
+    EXPECT_EQ(bytes_of(path_), finished);
+}
+
+TEST_F(BundleFile, DiscardAfterAFailedStoreRemovesThePart) {
+    const auto bundle = bound();
+    const auto field = field_of(shots_of(*bundle), "GPSTime");
+    {
+        const FileSizeLimit limit(100000);
+        EXPECT_FALSE(text_of([&] { store(field, 0, counting(100000)); }).empty());
+    }
+    bundle->discard();
+    EXPECT_FALSE(std::filesystem::exists(part_));
+    EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(BundleFile, FileThatFailsWhileItIsMadeLeavesNoPartAndNoNoise) {
+    const FileSizeLimit limit(100);
+    testing::internal::CaptureStderr();
+    EXPECT_THAT(text_of([&] { bound(); }), HasSubstr("File too large"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_FALSE(std::filesystem::exists(part_));
+}
+
 TEST_F(BundleFile, FragmentStoredTwiceIsAnError) {
     const auto bundle = bound();
     const auto field = field_of(shots_of(*bundle), "GPSTime");

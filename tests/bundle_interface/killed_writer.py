@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""killed_writer.py WRITER KILLS [FRAGMENTS]: kills writers at random moments; each file must open with every flushed
-fragment."""
+"""killed_writer.py WRITER KILLS [FRAGMENTS [LEAST]]: kills writers at random moments; each file must open with every
+flushed fragment. With LEAST, each is killed after that many at the earliest."""
 import os
 import random
 import subprocess
@@ -14,10 +14,10 @@ import numpy as np
 FIELDS = '/Slice_0/Shots/StandardCartesianChart3D/'
 
 
-def one(writer, folder, rows, fragments, seconds):
+def one(writer, folder, rows, fragments, seconds, least):
     path = os.path.join(folder, 'killed.k7')
     process = subprocess.Popen([writer, 'endless', path, str(rows), str(fragments)], stdout=subprocess.PIPE)
-    first = process.stdout.readline()
+    first = b''.join(process.stdout.readline() for _ in range(least))
     time.sleep(seconds)
     process.kill()
     told = (first + process.communicate()[0]).decode()
@@ -39,12 +39,14 @@ def main():
     writer, kills = sys.argv[1], int(sys.argv[2])
     fragments = int(sys.argv[3]) if len(sys.argv) > 3 else 120
     random.seed(kills)
+    least = int(sys.argv[4]) if len(sys.argv) > 4 else 1
+    sizes = (1, 1000, 50000) if least == 1 else (1,)
     total = 0
     for i in range(kills):
         with tempfile.TemporaryDirectory() as folder:
             # Small fragments make the writer spend its time in flushes, large ones in column data.
-            total += one(writer, folder, random.choice((1, 1000, 50000)), fragments,
-                         random.uniform(0, 0.03))
+            total += one(writer, folder, random.choice(sizes), fragments,
+                         random.uniform(0, 0.03), least)
     print('%d kills, %d fragments flushed' % (kills, total))
 
 

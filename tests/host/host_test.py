@@ -60,27 +60,25 @@ class HostTest(unittest.TestCase):
 class Usage(HostTest):
     def test_wrong_usage_exits_2_and_says_why(self):
         self.simulate()
-        for args in (['convert'], ['fly'], [], ['convert', 'scan.rxp', '--fast'], ['info'], ['simulate'],
-                     ['convert', 'scan.rxp', '--fragment-size', '-1'],
-                     ['convert', 'scan.rxp', '--fragment-size', '4294967296'],
-                     ['convert', 'scan.rxp', '--fragment-size', '12x'],
-                     ['convert', 'scan.rxp', '--waveform-length', '1.5'],
-                     ['convert', 'scan.rxp', '--compress', '10'],
-                     ['convert', 'scan.rxp', '--time-range', '1'],
-                     ['convert', 'scan.rxp', '--time-range', '2:1'],
-                     ['convert', 'scan.rxp', '--time-range', '1:2x'],
-                     ['convert', 'scan.rxp', '--time-range', 'nan:1'],
-                     ['convert', 'scan.rxp', '--time-range', ':'],
-                     ['info', '--json', '--meta', 'scan.rxp'],
-                     ['simulate', 'new.rxp', '--form', 'round'],
-                     ['simulate', 'new.rxp', '--shots', '1e6'],
-                     ['simulate', 'new.rxp', '--rate', '0'],
-                     ['simulate', 'new.rxp', '--rate', '1000', '--lines-per-second', '1000']):
-            p = self.host(*args)
-            self.assertEqual(p.returncode, 2, args)
-            self.assertNotEqual(p.stderr, '', args)
-            self.assertEqual(p.stdout, '', args)
+        for command, endings in {
+                '': ('', 'fly', 'info'),
+                'convert': ('',),
+                'convert scan.rxp': ('--fast', '--fragment-size -1', '--fragment-size 4294967296', '--fragment-size 12x',
+                                     '--waveform-length 1.5', '--compress 10', '--time-range 1', '--time-range 2:1',
+                                     '--time-range 1:2x', '--time-range nan:1', '--time-range :'),
+                'info scan.rxp': ('--json --meta',),
+                'simulate': ('',),
+                'simulate new.rxp': ('--form round', '--shots 1e6', '--rate 0', '--rate 1000 --lines-per-second 1000'),
+        }.items():
+            for ending in endings:
+                self.check_wrong_usage(command.split() + ending.split())
         self.assertEqual(os.listdir(self.folder), ['scan.rxp'])
+
+    def check_wrong_usage(self, args):
+        p = self.host(*args)
+        self.assertEqual(p.returncode, 2, args)
+        self.assertNotEqual(p.stderr, '', args)
+        self.assertEqual(p.stdout, '', args)
 
     def test_help_and_version_exit_0(self):
         for args in (['--help'], ['--version'], ['convert', '--help'], ['simulate', '--help'], ['info', '--help'],

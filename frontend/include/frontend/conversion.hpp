@@ -24,7 +24,10 @@ struct Loss {
 struct ConversionSummary {
     std::filesystem::path output; ///< the bundle file
     bool interrupted = false;  ///< the stream ended by a failure; what was read before it is stored
+    std::string cause;         ///< text of that failure
     bool store_failed = false; ///< the bundle file is not complete
+    /// The stream could not be opened: no bundle file was made, one of an earlier run stays.
+    bool abandoned = false;
     std::uint64_t offset =
         0; ///< bytes from the start of the stream to the end of the last packet taken
     std::uint64_t shots = 0;     ///< rows stored in "Shots"
@@ -75,7 +78,8 @@ struct RXP2K7_EXPORT Input {
 /// One pass over the stream on the caller's thread. Returns an empty text when the stream was
 /// converted or its failure was reported through `input.Errors`, the log and the console (what was
 /// read before it is stored then), else an error text. Throws std::exception when the bundle file
-/// or the connection cannot be made.
+/// or the connection cannot be made. A bundle file of an earlier run stays as it is unless the
+/// stream could be opened.
 RXP2K7_EXPORT std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input);
 
 } // namespace Riegl

@@ -47,7 +47,7 @@ class distortion_table {
         }
         const auto i = static_cast<std::ptrdiff_t>(place);
         const quaternion* entry = rotations_.data() + i;
-        v = rotated(interpolated(entry[0], entry[1], place - static_cast<double>(i)), v);
+        v = rotated_between(entry[0], entry[1], place - static_cast<double>(i), v);
     }
 
     /// Turns `v` by the rotation at an angle of the turn.

@@ -26,6 +26,7 @@ class json_writer {
     json_writer& value(float number);
     json_writer& value(std::int32_t number);
     json_writer& value(std::uint32_t number);
+    json_writer& value(std::uint64_t number);
     json_writer& value(std::string_view text);
 
     /// A member that is one value.

@@ -80,6 +80,12 @@ class mirrorwheel : public scanmech {
     vector3 rotated_normal_{};
     vector3 reflected_direction_{};
     vector3 reflected_origin_{};
+
+  private:
+    void find_facet(std::uint32_t line) noexcept;
+
+    std::uint32_t located_facet_ = 0; ///< of the last count
+    std::uint32_t facet_begin_ = 0;   ///< first count of that facet
 };
 
 } // namespace scanlib

@@ -16,4 +16,7 @@ struct packed_echo {
 };
 static_assert(sizeof(packed_echo) == 12, "queued by the hundred thousand");
 
+/// The time correction that closes the sequence of a frame of shots (`_hr` frames have none).
+inline constexpr std::int8_t closing_time_correction = -2;
+
 } // namespace scanlib

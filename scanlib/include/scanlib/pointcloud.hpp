@@ -182,6 +182,12 @@ class pointcloud : public compressed_packets, protected pointcloud_state {
     void on_crc32_check(packets::crc32_check& p) override;
 
   protected:
+    /// One object of the parameters that the stream stored, null where there is none.
+    const boost::property_tree::ptree* stored_section(const char* name) const;
+
+    /// Does once what is due before the first shot or block.
+    void start_measurement();
+
     /// Whether external times were selected.
     bool sync_to_pps() const noexcept { return sync_to_pps_; }
 
@@ -212,7 +218,6 @@ class pointcloud : public compressed_packets, protected pointcloud_state {
     };
     struct stored_meta;
 
-    void start_measurement();
     template<class Count>
     void open_shot(Count ticks);
     template<class Count>

@@ -2,8 +2,6 @@
 
 #include "scanlib/vector3.hpp"
 
-#include <cmath>
-
 namespace scanlib {
 
 /// w + xi + yj + zk; of unit length it stands for a rotation.
@@ -26,20 +24,21 @@ constexpr quaternion operator*(const quaternion& a, const quaternion& b) noexcep
             a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w};
 }
 
-/// q v q*, the vector turned by a quaternion of unit length.
+/// q v q*, the vector turned by a quaternion of unit length; multiplied out, since `v` has no
+/// scalar part.
 constexpr vector3 rotated(const quaternion& q, const vector3& v) noexcept {
-    const quaternion turned =
-        q * quaternion{0, v[0], v[1], v[2]} * quaternion{q.w, -q.x, -q.y, -q.z};
-    return {turned.x, turned.y, turned.z};
+    const vector3 u{q.x, q.y, q.z};
+    return (q.w * q.w - dot(u, u)) * v + 2 * dot(u, v) * u + 2 * q.w * cross(u, v);
 }
 
-/// The rotation between two, a part `f` of the way from `a` to `b`: the components are interpolated
-/// and brought back to unit length. `f` may lie outside 0 to 1.
-inline quaternion interpolated(const quaternion& a, const quaternion& b, double f) noexcept {
+/// `v` turned by the rotation a part `f` of the way from `a` to `b`: the components are
+/// interpolated and brought to unit length. `f` may lie outside 0 to 1. The length goes into the
+/// turned vector, where it stands squared and takes no root.
+inline vector3 rotated_between(const quaternion& a, const quaternion& b, double f,
+                               const vector3& v) noexcept {
     const quaternion q{(1 - f) * a.w + f * b.w, (1 - f) * a.x + f * b.x, (1 - f) * a.y + f * b.y,
                        (1 - f) * a.z + f * b.z};
-    const double length = std::sqrt(q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z);
-    return {q.w / length, q.x / length, q.y / length, q.z / length};
+    return 1 / (q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z) * rotated(q, v);
 }
 
 } // namespace scanlib

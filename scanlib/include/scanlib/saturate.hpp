@@ -12,7 +12,8 @@ constexpr Int saturate(double value) noexcept {
     static_assert(std::is_integral_v<Int>);
     // The upper bound is the power of two above the greatest value, so that it is exact in a double
     // also for 64 bits.
-    constexpr double above = 2.0 * static_cast<double>(std::numeric_limits<Int>::max() / 2 + 1);
+    constexpr Int half = std::numeric_limits<Int>::max() / 2 + 1;
+    constexpr double above = 2.0 * static_cast<double>(half);
     constexpr double lowest = static_cast<double>(std::numeric_limits<Int>::min());
     if (value >= above) {
         return std::numeric_limits<Int>::max();

@@ -1,6 +1,5 @@
 #include "scanlib/amplitude_range_table.hpp"
 
-#include <cmath>
 #include <cstddef>
 
 namespace scanlib {
@@ -17,7 +16,7 @@ double amplitude_range_table::corrected(std::int32_t range_counter, std::uint16_
         return counter;
     }
     // Below `last`, so that it rounds to `last` at most.
-    return counter + entries[static_cast<std::size_t>(std::floor(amplitude / counts))];
+    return counter + entries[static_cast<std::size_t>(amplitude / counts)];
 }
 
 } // namespace scanlib

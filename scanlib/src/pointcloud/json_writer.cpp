@@ -137,7 +137,7 @@ json_writer& json_writer::put_float(Float number, int digits) {
 template<class Int>
 json_writer& json_writer::put_int(Int number) {
     separate();
-    char buffer[16];
+    char buffer[24];
     text_.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, number).ptr);
     return *this;
 }
@@ -152,6 +152,9 @@ json_writer& json_writer::value(std::int32_t number) {
     return put_int(number);
 }
 json_writer& json_writer::value(std::uint32_t number) {
+    return put_int(number);
+}
+json_writer& json_writer::value(std::uint64_t number) {
     return put_int(number);
 }
 

@@ -30,7 +30,7 @@ double near_range_table::corrected(double range, double fraction_range) const no
         return range;
     }
     // The end is exact in a double, and so no range below it divides to `last`.
-    const auto i = static_cast<std::size_t>(std::floor(range / step));
+    const auto i = static_cast<std::size_t>(range / step);
     // In 32 bits, as are the entries, and so not always in step with the index.
     const float f = remainder_of(static_cast<float>(fraction_range), step) / step;
     return range + ((1 - f) * entries[i] + f * entries[i + 1]);

@@ -6,6 +6,15 @@
 
 namespace scanlib {
 
+namespace {
+
+/// The reflectance with the value between two entries added, rounded to 32 bits once.
+float between(float reflectance, float lower, float upper, double fraction) noexcept {
+    return static_cast<float>(reflectance + (1 - fraction) * lower + fraction * upper);
+}
+
+} // namespace
+
 float reflectance_table::corrected(float reflectance, double range) const noexcept {
     if (entries.empty()) {
         return reflectance;
@@ -13,13 +22,15 @@ float reflectance_table::corrected(float reflectance, double range) const noexce
     const std::size_t last = entries.size() - 1;
     const double distance = std::fabs(range);
     const double place = distance / step;
-    const double whole = std::floor(place);
-    if (whole < static_cast<double>(last)) {
-        // A negative step, which only a negative range unit gives, stays at the first entry.
-        const std::size_t i = whole > 0 ? static_cast<std::size_t>(whole) : 0;
-        const double f = place - whole;
-        return static_cast<float>(reflectance + (1 - f) * entries[i] +
-                                  f * entries[std::min(i + 1, last)]);
+    if (place < static_cast<double>(last)) {
+        if (place < 0) [[unlikely]] {
+            // A negative step, which only a negative range unit gives, stays at the first entry.
+            return between(reflectance, entries[0], entries[std::min<std::size_t>(1, last)],
+                           place - std::floor(place));
+        }
+        // Not std::floor: it is a call, and this runs for each echo.
+        const auto i = static_cast<std::size_t>(place);
+        return between(reflectance, entries[i], entries[i + 1], place - static_cast<double>(i));
     }
     return static_cast<float>(reflectance + entries.back() +
                               20 * std::log10(distance / (static_cast<double>(last) * step)));

@@ -1,7 +1,6 @@
 #include "stored_meta.hpp"
 
-#include "../scanmech/members.hpp"
-#include "scanlib/saturate.hpp"
+#include "scanlib/json_members.hpp"
 #include "scanlib/scanmech_meta.hpp"
 
 #define BOOST_BIND_GLOBAL_PLACEHOLDERS // the parser still uses them, and says so at length without
@@ -92,12 +91,19 @@ void pointcloud::on_rxp_parameters(packets::rxp_parameters& p, const std::uint32
     std::istringstream in{std::string(text)};
     boost::property_tree::ptree tree;
     boost::property_tree::read_json(in, tree);
-    const auto found = tree.find("pointcloud");
-    meta_->tree = found == tree.not_found() ? boost::property_tree::ptree{} : found->second;
+    meta_->tree.swap(tree);
+}
+
+const boost::property_tree::ptree* pointcloud::stored_section(const char* name) const {
+    return members::find(meta_->tree, name);
 }
 
 void pointcloud::apply_meta() {
-    const members::ptree& tree = meta_->tree;
+    const members::ptree* section = stored_section("pointcloud");
+    if (section == nullptr) {
+        return;
+    }
+    const members::ptree& tree = *section;
     if (const members::ptree* trigger = members::find(tree, "dyntrig")) {
         read_trigger(*trigger, dyntrig);
     }

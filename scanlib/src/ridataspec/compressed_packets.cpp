@@ -2,15 +2,14 @@
 
 #include "compressed_state.hpp"
 
+#include <type_traits>
+
 namespace scanlib {
 
 using detail::plus;
 using detail::ring_queue;
 
 namespace {
-
-/// Closes the sequence of a frame of shots, where an element's time correction stands.
-constexpr int closing_pattern = -2;
 
 /// Adds a frame's slope and an element's corrections to a shot.
 template<class Shot, class Packet, class Element>
@@ -83,10 +82,10 @@ inline void compressed_packets::decoder_state::push_shot(ring_queue<Shot>& queue
 }
 
 /// Echoes before the first key shot would be dropped by it in any case.
-inline void compressed_packets::decoder_state::push_echo() {
+inline void compressed_packets::decoder_state::push_echo(const packed_echo& e) {
     if (!shots_ready) [[unlikely]] {
         owner.note_loss(loss::echo_without_shot);
-    } else if (!echoes.push(echo)) [[unlikely]] {
+    } else if (!echoes.push(e)) [[unlikely]] {
         owner.note_loss(loss::packed_queue_full);
     }
 }
@@ -160,61 +159,56 @@ void compressed_packets::on_packed_key_laser_shot_2angles_hr(
     s.key_seen = true;
 }
 
+/// Pushes the shots of a frame.
+template<class Shot, class Packet>
+inline void compressed_packets::decoder_state::frame_shots(ring_queue<Shot>& queue, Shot& last,
+                                                           Packet& p) {
+    Shot shot = last;
+    advance(shot, p);
+    push_shot(queue, shot);
+    const std::uint32_t n = p.size();
+    for (std::uint32_t i = 0; i < n; ++i) {
+        const auto e = p[i];
+        if constexpr (!std::is_same_v<Shot, detail::hr_shot>) {
+            if (e.time_correction() == closing_time_correction) {
+                break;
+            }
+        }
+        advance(shot, p, e);
+        push_shot(queue, shot);
+    }
+    last = shot;
+}
+
 void compressed_packets::on_packed_frame_laser_shot_2angles(
     packets::packed_frame_laser_shot_2angles& p, const std::uint32_t*) {
-    decoder_state& s = *state_;
-    if (!s.key_seen) {
+    if (!state_->key_seen) {
         note_loss(loss::packed_shot_without_key);
         return;
     }
-    advance(s.plain, p);
-    s.push_shot(s.plain_shots, s.plain);
-    for (std::uint32_t i = 0; i < p.size(); ++i) {
-        const auto e = p[i];
-        if (e.time_correction() == closing_pattern) {
-            break;
-        }
-        advance(s.plain, p, e);
-        s.push_shot(s.plain_shots, s.plain);
-    }
-    s.flush();
+    state_->frame_shots(state_->plain_shots, state_->plain, p);
+    state_->flush();
 }
 
 void compressed_packets::on_packed_frame_laser_shot_2angles_rad(
     packets::packed_frame_laser_shot_2angles_rad& p, const std::uint32_t*) {
-    decoder_state& s = *state_;
-    if (!s.key_seen) {
+    if (!state_->key_seen) {
         note_loss(loss::packed_shot_without_key);
         return;
     }
-    s.rad.radiation = p.background_radiation();
-    advance(s.rad, p);
-    s.push_shot(s.rad_shots, s.rad);
-    for (std::uint32_t i = 0; i < p.size(); ++i) {
-        const auto e = p[i];
-        if (e.time_correction() == closing_pattern) {
-            break;
-        }
-        advance(s.rad, p, e);
-        s.push_shot(s.rad_shots, s.rad);
-    }
-    s.flush();
+    state_->rad.radiation = p.background_radiation();
+    state_->frame_shots(state_->rad_shots, state_->rad, p);
+    state_->flush();
 }
 
 void compressed_packets::on_packed_frame_laser_shot_2angles_hr(
     packets::packed_frame_laser_shot_2angles_hr& p, const std::uint32_t*) {
-    decoder_state& s = *state_;
-    if (!s.key_seen) {
+    if (!state_->key_seen) {
         note_loss(loss::packed_shot_without_key);
         return;
     }
-    advance(s.hr, p);
-    s.push_shot(s.hr_shots, s.hr);
-    for (std::uint32_t i = 0; i < p.size(); ++i) {
-        advance(s.hr, p, p[i]);
-        s.push_shot(s.hr_shots, s.hr);
-    }
-    s.flush_hr();
+    state_->frame_shots(state_->hr_shots, state_->hr, p);
+    state_->flush_hr();
 }
 
 template<class Packet>
@@ -222,17 +216,19 @@ void compressed_packets::decoder_state::key_echo(const Packet& p, std::uint16_t 
     echoes_used = true;
     echo = {static_cast<std::uint32_t>(p.range_counter()), p.amplitude(), reflectance, p.flags(),
             p.deviation()};
-    push_echo();
+    push_echo(echo);
 }
 
 template<class Packet>
 void compressed_packets::decoder_state::frame_echoes(Packet& p) {
     echoes_used = true;
     const std::uint32_t n = p.size();
+    packed_echo e = echo; // in registers: a copy made of freshly written parts is slow
     for (std::uint32_t i = 0; i < n; ++i) {
-        advance(echo, p[i]);
-        push_echo();
+        advance(e, p[i]);
+        push_echo(e);
     }
+    echo = e;
 }
 
 void compressed_packets::on_packed_key_echo(packets::packed_key_echo& p) {

@@ -45,7 +45,9 @@ struct compressed_packets::decoder_state {
     void begin_key_shot();
     template<class Shot>
     void push_shot(detail::ring_queue<Shot>& queue, const Shot& shot);
-    void push_echo();
+    void push_echo(const packed_echo& e);
+    template<class Shot, class Packet>
+    void frame_shots(detail::ring_queue<Shot>& queue, Shot& last, Packet& p);
     template<class Packet>
     void key_echo(const Packet& p, std::uint16_t reflectance);
     template<class Packet>

@@ -16,7 +16,7 @@ void synthetic_packets::emit_block_head(std::uint64_t time, std::uint16_t value,
     std::fill_n(head_words_.begin(), fixed, 0u);
     packets::sbl_dg_channel_header_1_writer writer(head_words_.data());
     writer.time_counter_hr(time);
-    writer.field_2(value);
+    writer.block_value(value);
     std::copy_n(entries, entry_count, head_words_.begin() + fixed);
     const std::uint32_t* const end = head_words_.data() + fixed + entry_count;
     block_head view(head_words_.data(), end);

@@ -36,11 +36,10 @@ struct hr_shot {
     std::uint8_t echo_count = 0;
 };
 
-/// Words of one ordinary kind without sequence, with its view laid and its writer at hand.
-template<class View, class Writer>
+/// Words of one ordinary kind without sequence, with its view laid.
+template<class View>
 struct scratch {
     std::array<std::uint32_t, View::fixed_bits / 32> words{};
-    Writer writer{words.data()};
     View view{words.data(), words.data() + words.size()};
 };
 
@@ -63,20 +62,22 @@ class synthetic_packets {
 
     void emit(const packed_echo& e) {
         count();
-        echo_.writer.range_counter(static_cast<std::int32_t>(e.range));
-        echo_.writer.amplitude(e.amplitude);
-        echo_.writer.reflectance(static_cast<std::int16_t>(e.reflectance));
-        echo_.writer.flags(e.flags);
-        echo_.writer.deviation(static_cast<std::int16_t>(e.deviation));
+        packets::echo_writer w(echo_.words.data());
+        w.range_counter(static_cast<std::int32_t>(e.range));
+        w.amplitude(e.amplitude);
+        w.reflectance(static_cast<std::int16_t>(e.reflectance));
+        w.flags(e.flags);
+        w.deviation(static_cast<std::int16_t>(e.deviation));
         consumer_.on_echo(echo_.view);
     }
 
     /// The calls of the version chain of `laser_shot_2angles`, whoever ends it.
     void emit(const plain_shot& s) {
         count();
-        plain_.writer.time_counter(s.time);
-        plain_.writer.line_counter(s.line);
-        plain_.writer.frame_counter(s.frame);
+        packets::laser_shot_2angles_writer w(plain_.words.data());
+        w.time_counter(s.time);
+        w.line_counter(s.line);
+        w.frame_counter(s.frame);
         consumer_.on_laser_shot_2angles(plain_.view);
         consumer_.on_laser_shot_1angle(one_angle_);
         consumer_.on_laser_shot(no_angle_);
@@ -84,18 +85,20 @@ class synthetic_packets {
 
     void emit(const rad_shot& s) {
         count();
-        rad_.writer.time_counter(s.time);
-        rad_.writer.line_counter(s.line);
-        rad_.writer.frame_counter(s.frame);
-        rad_.writer.background_radiation(s.radiation);
+        packets::laser_shot_2angles_rad_writer w(rad_.words.data());
+        w.time_counter(s.time);
+        w.line_counter(s.line);
+        w.frame_counter(s.frame);
+        w.background_radiation(s.radiation);
         consumer_.on_laser_shot_2angles_rad(rad_.view);
     }
 
     void emit(const hr_shot& s) {
         count();
-        hr_.writer.time_counter_hr(s.time);
-        hr_.writer.line_counter(s.line);
-        hr_.writer.frame_counter(s.frame);
+        packets::laser_shot_2angles_hr_writer w(hr_.words.data());
+        w.time_counter_hr(s.time);
+        w.line_counter(s.line);
+        w.frame_counter(s.frame);
         consumer_.on_laser_shot_2angles_hr(hr_.view);
     }
 
@@ -120,12 +123,12 @@ class synthetic_packets {
     basic_packets& consumer_;
     std::uint32_t& total_;
     bool first_ = false; ///< something was emitted in this dispatch
-    scratch<packets::echo, packets::echo_writer> echo_;
-    scratch<packets::laser_shot_2angles, packets::laser_shot_2angles_writer> plain_;
+    scratch<packets::echo> echo_;
+    scratch<packets::laser_shot_2angles> plain_;
     packets::laser_shot_1angle one_angle_{plain_.view.words(), plain_.view.end_of_words()};
     packets::laser_shot no_angle_{plain_.view.words(), plain_.view.end_of_words()};
-    scratch<packets::laser_shot_2angles_rad, packets::laser_shot_2angles_rad_writer> rad_;
-    scratch<packets::laser_shot_2angles_hr, packets::laser_shot_2angles_hr_writer> hr_;
+    scratch<packets::laser_shot_2angles_rad> rad_;
+    scratch<packets::laser_shot_2angles_hr> hr_;
     std::array<std::uint32_t, block_head::fixed_bits / 32 + most_entries> head_words_{};
 };
 

@@ -1,8 +1,8 @@
 #include "scanlib/distortion.hpp"
 
-#include "members.hpp"
 #include "nodes.hpp"
 #include "scanlib/eval_bspl.hpp"
+#include "scanlib/json_members.hpp"
 
 #include <array>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "scanlib/gimbalmountmirror.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 
 namespace scanlib {
 

@@ -1,6 +1,6 @@
 #include "scanlib/mirrorwheel.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 #include "scanlib/scanlib_exception.hpp"
 
 namespace scanlib {
@@ -25,6 +25,8 @@ void mirrorwheel::initialise() {
                                 __LINE__);
     }
     counts_per_facet_ = line_circle_count / facet_count();
+    facet_begin_ = 0;
+    located_facet_ = 0;
     laser_to_axis_ = laser_origin - mirror_axis_origin;
     facet_table_.clear();
     facet_table_.reserve(facets.size());
@@ -33,20 +35,25 @@ void mirrorwheel::initialise() {
     }
 }
 
+void mirrorwheel::find_facet(std::uint32_t line) noexcept {
+    const std::uint32_t turned_facets = counts_per_facet_ == 0 ? 0 : line / counts_per_facet_;
+    facet_begin_ = turned_facets * counts_per_facet_;
+    located_facet_ = turned_facets % static_cast<std::uint32_t>(facet_table_.size());
+}
+
 void mirrorwheel::locate(std::uint32_t line, std::uint32_t frame) noexcept {
-    std::uint32_t turned_facets = 0;
-    std::int64_t in_facet = 0;
-    if (counts_per_facet_ != 0) {
-        turned_facets = line / counts_per_facet_;
-        in_facet = line - turned_facets * counts_per_facet_;
-        if (line > 0x7FFFFFFF) {
-            // Counts with the highest bit set are negative angles within the facet.
-            in_facet =
-                static_cast<std::int32_t>(line) % static_cast<std::int64_t>(counts_per_facet_);
-        }
+    // Most shots are on the facet of the one before, which takes no division.
+    if (line - facet_begin_ >= counts_per_facet_) {
+        find_facet(line);
     }
-    const auto n = static_cast<std::uint32_t>(facet_table_.size());
-    facet = turned_facets < n ? turned_facets : turned_facets % n;
+    facet = located_facet_;
+    std::int64_t in_facet = line - facet_begin_;
+    if (counts_per_facet_ == 0) {
+        in_facet = 0;
+    } else if (line > 0x7FFFFFFF) {
+        // Counts with the highest bit set are negative angles within the facet.
+        in_facet = static_cast<std::int32_t>(line) % static_cast<std::int64_t>(counts_per_facet_);
+    }
     line_angle = static_cast<double>(in_facet - line_angle_0) * line_unit_;
     frame_angle = frame * frame_unit_;
 }

@@ -1,6 +1,6 @@
 #include "scanlib/mirrorwheel_biaxial.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 
 #include <cmath>
 

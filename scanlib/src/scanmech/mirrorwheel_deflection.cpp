@@ -1,6 +1,6 @@
 #include "scanlib/mirrorwheel_deflection.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 #include "scanlib/saturate.hpp"
 
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "scanlib/mirrorwheel_exitpane.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 
 #include <cmath>
 

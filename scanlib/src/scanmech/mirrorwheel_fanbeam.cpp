@@ -1,6 +1,6 @@
 #include "scanlib/mirrorwheel_fanbeam.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 #include "scanlib/quaternion.hpp"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "scanlib/mirrorwheel_scanconedistortion.hpp"
 
-#include "members.hpp"
 #include "nodes.hpp"
+#include "scanlib/json_members.hpp"
 
 namespace scanlib {
 

@@ -1,6 +1,6 @@
 #include "scanlib/scanmech.hpp"
 
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 
 #include <numbers>
 

@@ -1,7 +1,7 @@
 #include "scanlib/wedge_scanconedistortion.hpp"
 
-#include "members.hpp"
 #include "nodes.hpp"
+#include "scanlib/json_members.hpp"
 
 namespace scanlib {
 

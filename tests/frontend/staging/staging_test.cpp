@@ -1,5 +1,7 @@
 #include "staging.hpp"
 
+#include "frontend/bundle_reader.hpp"
+
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -8,71 +10,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <hdf5.h>
 
 namespace {
 
+using frontend_test::BundleReader;
 using Riegl::BundleWriter;
 using Riegl::Input;
 using Samples = std::vector<unsigned short>;
-
-/// A fragment's dataset as it stands in the file.
-struct Stored {
-    bool there = false;
-    std::vector<hsize_t> shape;
-    std::vector<double> values;
-};
-
-/// Reads a finished bundle directly, past the code under test.
-class Reader {
-  public:
-    explicit Reader(const std::filesystem::path& path)
-        : file_(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT)) {}
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
-    ~Reader() { H5Fclose(file_); }
-
-    static std::string place(const std::string& grid, const std::string& field) {
-        return "/Slice_0/" + grid + "/StandardCartesianChart3D/" + field;
-    }
-
-    Stored read(const std::string& grid, const std::string& field, int fragment) const {
-        Stored result;
-        const std::string path = place(grid, field) + "/Fragment_" + std::to_string(fragment);
-        if (H5Lexists(file_, path.c_str(), H5P_DEFAULT) <= 0) {
-            return result;
-        }
-        const hid_t set = H5Dopen2(file_, path.c_str(), H5P_DEFAULT);
-        const hid_t space = H5Dget_space(set);
-        result.there = true;
-        result.shape.resize(static_cast<std::size_t>(H5Sget_simple_extent_ndims(space)));
-        H5Sget_simple_extent_dims(space, result.shape.data(), nullptr);
-        result.values.resize(static_cast<std::size_t>(H5Sget_simple_extent_npoints(space)));
-        if (!result.values.empty()) {
-            H5Dread(set, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, result.values.data());
-        }
-        H5Sclose(space);
-        H5Dclose(set);
-        return result;
-    }
-
-    /// Value of "LeapSecondsAdded?", -1 if it is not there.
-    int leap_seconds_added(const std::string& grid) const {
-        const std::string path = place(grid, "GPSTime");
-        if (H5Aexists_by_name(file_, path.c_str(), "LeapSecondsAdded?", H5P_DEFAULT) <= 0) {
-            return -1;
-        }
-        const hid_t attribute =
-            H5Aopen_by_name(file_, path.c_str(), "LeapSecondsAdded?", H5P_DEFAULT, H5P_DEFAULT);
-        unsigned char value = 255;
-        H5Aread(attribute, H5T_NATIVE_UCHAR, &value);
-        H5Aclose(attribute);
-        return value;
-    }
-
-  private:
-    hid_t file_;
-};
 
 class Staging : public testing::Test {
   protected:
@@ -134,9 +78,9 @@ class Staging : public testing::Test {
         prepare();
         return text;
     }
-    std::unique_ptr<Reader> finished() {
+    std::unique_ptr<BundleReader> finished() {
         writer().finish();
-        return std::make_unique<Reader>(folder_ / "190209_124210_a.k7");
+        return std::make_unique<BundleReader>(folder_ / "190209_124210_a.k7");
     }
 
     Input input_;
@@ -378,6 +322,23 @@ TEST_F(Staging, ObjectsAreNumberedAndMadeAnewForEachFragment) {
     const auto first = writer().shots().instance;
     cut();
     EXPECT_GT(writer().shots().instance, first);
+}
+
+TEST_F(Staging, AbandonedFileWithoutRowsLeavesNothing) {
+    cut();
+    writer().abandon();
+    writer_.reset();
+    EXPECT_TRUE(std::filesystem::is_empty(folder_));
+}
+
+TEST_F(Staging, AbandonedFileWithRowsStaysAsPart) {
+    shot(1);
+    cut();
+    writer().abandon();
+    writer_.reset();
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "190209_124210_a.k7"));
+    const BundleReader part(folder_ / "190209_124210_a.k7.part");
+    EXPECT_THAT(part.read("Shots", "GPSTime", 0).values, testing::ElementsAre(1));
 }
 
 TEST_F(Staging, ColumnsDescribeTheirElements) {

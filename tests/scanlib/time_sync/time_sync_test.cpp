@@ -22,6 +22,22 @@ time_sync full_width(u32 strict = 0) {
     return s;
 }
 
+/// High-resolution counter of 49 bits in picoseconds, PPS time in microseconds.
+time_sync high_resolution() {
+    time_sync s;
+    s.configure(1e-07, 0.001, 1e-12, 0.000001, 49, 0);
+    return s;
+}
+
+/// External time of the third of three pairs a second apart, where PPS time falls from the last
+/// second of a period to 0. `ticks` and `units` are those of a second.
+template<class Count>
+double external_past_midnight(time_sync& s, Count period, Count ticks, Count units) {
+    s.pps(ticks, static_cast<Count>((period - 2) * units));
+    s.pps(static_cast<Count>(2 * ticks), static_cast<Count>((period - 1) * units));
+    return s.pps(static_cast<Count>(3 * ticks), Count{0}).external;
+}
+
 /// Two pairs a second apart, so that the synchroniser is locked: count 0x1000 is PPS `start` ms.
 void lock(time_sync& s, u32 start = 1000) {
     s.pps(u32{0x1000}, start);
@@ -106,33 +122,23 @@ TEST(time_sync, step_back_of_more_than_a_quarter_is_a_wrap) {
 
 TEST(time_sync, pps_time_falling_from_the_last_second_of_the_day_adds_one_day) {
     time_sync s = full_width();
-    s.pps(u32{0x1000}, u32{86398000});
-    s.pps(u32{0x1000 + 10000000}, u32{86399000});
-    const sync_time t = s.pps(u32{0x1000 + 20000000}, u32{0});
-    EXPECT_DOUBLE_EQ(t.external, 86400.0);
+    EXPECT_DOUBLE_EQ(external_past_midnight<u32>(s, 86400, 10000000, 1000), 86400.0);
     EXPECT_TRUE(s.locked());
 }
 
 TEST(time_sync, pps_time_falling_from_the_last_second_of_the_week_adds_one_week) {
     time_sync s = full_width();
-    s.pps(u32{0x1000}, u32{604798000});
-    s.pps(u32{0x1000 + 10000000}, u32{604799000});
-    const sync_time t = s.pps(u32{0x1000 + 20000000}, u32{0});
-    EXPECT_DOUBLE_EQ(t.external, 604800.0);
+    EXPECT_DOUBLE_EQ(external_past_midnight<u32>(s, 604800, 10000000, 1000), 604800.0);
     EXPECT_TRUE(s.locked());
 }
 
 TEST(time_sync, high_resolution_pps_time_wraps_at_day_and_week) {
-    time_sync s;
-    s.configure(1e-07, 0.001, 1e-12, 0.000001, 49, 0);
-    s.pps(u64{1000000000000}, u64{86398000000});
-    s.pps(u64{2000000000000}, u64{86399000000});
-    EXPECT_DOUBLE_EQ(s.pps(u64{3000000000000}, u64{0}).external, 86400.0);
-
-    s.configure(1e-07, 0.001, 1e-12, 0.000001, 49, 0);
-    s.pps(u64{1000000000000}, u64{604798000000});
-    s.pps(u64{2000000000000}, u64{604799000000});
-    EXPECT_DOUBLE_EQ(s.pps(u64{3000000000000}, u64{0}).external, 604800.0);
+    for (const u64 period : {u64{86400}, u64{604800}}) {
+        time_sync s = high_resolution();
+        EXPECT_DOUBLE_EQ(external_past_midnight<u64>(s, period, 1000000000000, 1000000),
+                         static_cast<double>(period));
+        EXPECT_TRUE(s.locked());
+    }
 }
 
 TEST(time_sync, pulse_repetition_rate_sets_the_timeout_at_the_first_pair) {
@@ -145,8 +151,7 @@ TEST(time_sync, pulse_repetition_rate_sets_the_timeout_at_the_first_pair) {
 }
 
 TEST(time_sync, timeout_of_the_high_resolution_path_takes_its_own_unit) {
-    time_sync s;
-    s.configure(1e-07, 0.001, 1e-12, 0.000001, 49, 0);
+    time_sync s = high_resolution();
     s.set_pulse_repetition_rate(1000000);
     s.pps(u64{1000}, u64{1000});
     EXPECT_DOUBLE_EQ(s.timeout(), 0.5 / (1000000 * 5e-08));
@@ -291,8 +296,7 @@ TEST(time_sync, drifting_counter_maps_to_pps_time_within_a_microsecond) {
         const double rate = 1e12 * (1 + drift(random));
         const double phase = std::uniform_real_distribution<double>(0, 1e15)(random);
         const u64 bits = (u64{1} << 49) - 1;
-        time_sync s;
-        s.configure(1e-07, 0.001, 1e-12, 0.000001, 49, 0);
+        time_sync s = high_resolution();
         const double start = 86390;
         const auto count = [&](double t) {
             return scanlib::saturate<u64>(phase + (t - start) * rate) & bits;

@@ -52,6 +52,9 @@ class Bundle : public Holdfast::ReferenceBase<Bundle> {
     /// afterwards.
     void abandon() noexcept;
 
+    /// As abandon, and removes PATH.part. Does nothing once the file was finished.
+    void discard() noexcept;
+
     /// Size of the file in bytes as it is now, 0 before bindToNew.
     std::uint64_t fileSize() const;
 

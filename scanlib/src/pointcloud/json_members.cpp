@@ -1,4 +1,4 @@
-#include "members.hpp"
+#include "scanlib/json_members.hpp"
 
 #include "scanlib/saturate.hpp"
 
@@ -29,7 +29,7 @@ double number_of(const ptree& value, const char* key) {
 }
 
 void malformed(const char* key, const char* expected) {
-    throw std::runtime_error(std::string("scanmech: \"") + key + "\" ought " + expected);
+    throw std::runtime_error(std::string("metadata: \"") + key + "\" ought " + expected);
 }
 
 const ptree* find(const ptree& tree, const char* key) {

@@ -1,5 +1,6 @@
 #include "scanlib/mirrorwheel.hpp"
 #include "scanlib/scanlib_exception.hpp"
+#include "scanlib/scanmech/optics.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,45 +12,12 @@
 
 using namespace scanlib;
 
+using optics::expect_near;
+using optics::length;
+using optics::pi;
+using optics::random_direction;
+
 namespace {
-
-constexpr double pi = std::numbers::pi;
-
-double length(const vector3& v) {
-    return std::sqrt(dot(v, v));
-}
-
-void expect_near(const vector3& a, const vector3& b, double tolerance) {
-    for (std::size_t i = 0; i < 3; ++i) {
-        EXPECT_NEAR(a[i], b[i], tolerance) << "component " << i;
-    }
-}
-
-/// Rotation about a unit axis by its matrix, a route that shares nothing with the split of a facet.
-vector3 rotated(const vector3& v, const vector3& k, double angle) {
-    const double s = std::sin(angle);
-    const double c = std::cos(angle);
-    vector3 out{};
-    for (std::size_t i = 0; i < 3; ++i) {
-        for (std::size_t j = 0; j < 3; ++j) {
-            const std::size_t other = 3 - i - j;
-            double m = k[i] * k[j] * (1 - c);
-            if (i == j) {
-                m += c;
-            } else {
-                m += (j == (i + 1) % 3 ? -s : s) * k[other];
-            }
-            out[i] += m * v[j];
-        }
-    }
-    return out;
-}
-
-vector3 random_direction(std::mt19937& random) {
-    std::normal_distribution<double> normal;
-    vector3 v{normal(random), normal(random), normal(random)};
-    return 1 / length(v) * v;
-}
 
 /// A wheel of three facets with 3600 counts a turn and a beam along -z onto it.
 struct three_facets {
@@ -138,13 +106,21 @@ TEST(scanmech, zero_circle_counts_give_angle_zero) {
     EXPECT_EQ(direction, (vector3{0, 0, 1}));
 }
 
-TEST(scanmech, create_makes_the_kinds_it_knows_and_refuses_the_others) {
+TEST(scanmech, create_makes_the_kinds_that_have_a_number_of_their_own) {
     vector3 origin{};
     vector3 direction{};
-    const auto wheel = scanmech::create(1, &origin, &direction);
-    EXPECT_EQ(wheel->kind(), 1U);
-    EXPECT_EQ(wheel->facet_count(), 1U);
-    for (const std::uint32_t kind : {0U, 6U, 11U, 12U, 15U, 16U, 0xFFFFFFFFU}) {
+    for (const std::uint32_t kind : {1U, 2U, 3U, 4U, 5U, 7U, 8U, 9U, 10U}) {
+        const auto mech = scanmech::create(kind, &origin, &direction);
+        EXPECT_EQ(mech->kind(), kind);
+        const bool wheel = kind != 2 && kind != 8;
+        EXPECT_EQ(mech->facet_count(), wheel ? 1U : 0U);
+    }
+}
+
+TEST(scanmech, create_refuses_the_other_kinds) {
+    vector3 origin{};
+    vector3 direction{};
+    for (const std::uint32_t kind : {0U, 6U, 11U, 12U, 13U, 14U, 15U, 16U, 0xFFFFFFFFU}) {
         try {
             scanmech::create(kind, &origin, &direction);
             ADD_FAILURE() << kind;
@@ -215,7 +191,8 @@ TEST(mirrorwheel, angle_of_reflection_is_the_angle_of_incidence_on_the_turned_fa
         const double a = angle(random);
         wheel.set_angles(0, a, 0);
 
-        const vector3 normal = rotated(wheel.facets[0].normal, wheel.mirror_axis_direction, a);
+        const vector3 normal =
+            optics::rotated_by(wheel.facets[0].normal, wheel.mirror_axis_direction, a);
         EXPECT_NEAR(length(direction), 1, 1e-14);
         // Same angle on the other side, and all three in one plane.
         EXPECT_NEAR(dot(direction, normal), -dot(wheel.laser_direction, normal), 1e-13);
@@ -239,8 +216,8 @@ TEST(mirrorwheel, frame_angle_turns_beam_and_origin_about_z) {
     const vector3 origin = m.origin;
     for (const double b : {0.1, 1.0, 2.0, 4.5, 6.0}) {
         m.wheel.set_angles(1, 0.3, b);
-        expect_near(m.direction, rotated(direction, {0, 0, 1}, b), 1e-14);
-        expect_near(m.origin, rotated(origin, {0, 0, 1}, b), 1e-14);
+        expect_near(m.direction, optics::rotated_by(direction, {0, 0, 1}, b), 1e-14);
+        expect_near(m.origin, optics::rotated_by(origin, {0, 0, 1}, b), 1e-14);
     }
 }
 
@@ -248,7 +225,7 @@ TEST(mirrorwheel, frame_zero_leaves_the_reflected_beam_untouched) {
     three_facets m;
     m.wheel.set_angles(2, 0.3, 0);
     const double a = 0.3;
-    const vector3 normal = rotated(m.wheel.facets[2].normal, {1, 0, 0}, a);
+    const vector3 normal = optics::rotated_by(m.wheel.facets[2].normal, {1, 0, 0}, a);
     const vector3 reflected =
         m.wheel.laser_direction - 2 * dot(m.wheel.laser_direction, normal) * normal;
     expect_near(m.direction, reflected, 1e-15);

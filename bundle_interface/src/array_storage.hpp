@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+
+#include "bundle_interface/skein/mem_array.hpp"
+#include "bundle_interface/skein/storage_transformations.hpp"
+
+namespace Skein {
+
+/// How the arrays of one file are stored.
+struct ArrayStorage {
+    ArrayStorage() = default;
+    /// `transformations` may be null.
+    explicit ArrayStorage(const StorageTransformations* transformations);
+
+    /// Rows of each chunk of the array; 0 if it is stored as it is, as an array without bytes
+    /// always is.
+    std::size_t chunkRows(const MemBase& array) const;
+
+    bool chunked = false;
+    bool shuffle = false;
+    unsigned deflate_level = 0;
+    std::size_t wanted_rows = 0; ///< of a chunk; 0 for a size of its own choice
+};
+
+} // namespace Skein

@@ -1,0 +1,340 @@
+#include "scanlib/sample_codec.hpp"
+#include "scanlib/saturate.hpp"
+#include "scanlib/wave.hpp"
+
+#include <algorithm>
+#include <limits>
+
+// From sample-block packets to the blocks that wait for their shot.
+namespace scanlib {
+
+namespace {
+
+constexpr float nan32 = std::numeric_limits<float>::quiet_NaN();
+constexpr wave_peak no_peak{nan32, nan32};
+
+/// Fixed-point units of the digitiser's pulses: 4 or 2 bits behind the point.
+constexpr float sixteenth = 0x1p-4F;
+constexpr float quarter = 0x1p-2F;
+
+/// Unit of the fine time of a header, in samples.
+constexpr double fine_time_unit = 0x1p-12;
+
+/// Slots of the newest header.
+constexpr std::size_t peak_slots = 16;
+
+/// The channel of the one sample that a header holds.
+constexpr std::uint64_t header_sample_channel = 2;
+
+/// What a record and a block take beside their samples, in samples.
+constexpr std::size_t record_weight = 64;
+constexpr std::size_t block_weight = 256;
+
+/// Bits of a packed payload, the last word of which is used in part.
+template<class Packet>
+std::size_t packed_bits(const Packet& p) {
+    const std::size_t last = p.last_word_bits() == 0 ? 32 : p.last_word_bits();
+    return p.size() == 0 ? 0 : (p.size() - std::size_t{1}) * 32 + last;
+}
+
+/// Words of 16 bits of a payload that is made of them.
+template<class Packet>
+std::size_t words16_of(const Packet& p, bool odd) {
+    const std::size_t words =
+        static_cast<std::size_t>(p.end_of_words() - p.words() - Packet::fixed_bits / 32) * 2;
+    return words - (odd && words != 0 ? 1 : 0);
+}
+
+template<class Packet>
+const std::uint32_t* payload_of(const Packet& p) {
+    return p.words() + Packet::fixed_bits / 32;
+}
+
+/// Most samples that a packet of the compressed form becomes.
+template<class Packet>
+std::size_t compressed_samples(const Packet& p, bool uncompress) {
+    const std::size_t words = words16_of(p, false);
+    return uncompress ? most_decompressed(words) : words;
+}
+
+template<class Header>
+void set_peaks(wave_block& block, const Header& p) {
+    block.peaks.assign({{p.position_0() * sixteenth, p.amplitude_0() * quarter},
+                        {p.position_1() * sixteenth, p.amplitude_1() * quarter},
+                        no_peak,
+                        no_peak});
+}
+
+} // namespace
+
+// The blocks.
+
+std::unique_ptr<wave_block> wave::spare_block() {
+    open_samples_ += block_weight;
+    if (spare_blocks_.empty()) {
+        return std::make_unique<wave_block>();
+    }
+    auto block = std::move(spare_blocks_.back());
+    spare_blocks_.pop_back();
+    return block;
+}
+
+/// Keeps what a block has allocated for those to come.
+void wave::recycle(std::unique_ptr<wave_block> block) {
+    for (wave_record& r : block->records) {
+        open_samples_ -= std::min(open_samples_, r.samples.size() + record_weight);
+        if (r.samples.capacity() != 0) {
+            r.samples.clear();
+            spare_samples_.push_back(std::move(r.samples));
+        }
+    }
+    open_samples_ -= std::min(open_samples_, block_weight);
+    block->records.clear();
+    block->peaks.clear();
+    spare_blocks_.push_back(std::move(block));
+}
+
+std::unique_ptr<wave_block> wave::take_oldest() {
+    auto block = std::move(open_blocks_[first_open_++]);
+    if (first_open_ == open_blocks_.size()) {
+        open_blocks_.clear();
+        first_open_ = 0;
+    }
+    return block;
+}
+
+void wave::drop_oldest(loss cause) {
+    note_loss(cause);
+    recycle(take_oldest());
+}
+
+void wave::append_open(std::unique_ptr<wave_block> block) {
+    if (first_open_ > open_blocks_.size() / 2) {
+        // Moves fewer than were taken since the last time.
+        open_blocks_.erase(open_blocks_.begin(),
+                           open_blocks_.begin() + static_cast<std::ptrdiff_t>(first_open_));
+        first_open_ = 0;
+    }
+    open_blocks_.push_back(std::move(block));
+}
+
+/// A new block of that time, or null where its time is not known.
+template<class Ticks>
+wave_block* wave::open_block(Ticks ticks) {
+    start_measurement();
+    const sync_time t = block_sync_.convert(ticks);
+    if (sync_to_pps() && !block_sync_.valid()) {
+        note_loss(loss::shot_held_back);
+        return nullptr;
+    }
+    have_wave_data = true;
+    if (open_count() == open_block_limit) {
+        drop_oldest(loss::block_beyond_limit);
+    }
+    auto block = spare_block();
+    block->time_internal = t.internal;
+    block->time = sync_to_pps() ? t.external : t.internal;
+    block->beam_origin = {};
+    block->beam_direction = {};
+    block->facet = 0;
+    block->line_angle = 0;
+    block->frame_angle = 0;
+    block->is_pps_locked = block_sync_.locked();
+    append_open(std::move(block));
+    return open_blocks_.back().get();
+}
+
+wave_record& wave::add_record(wave_block& block, std::uint64_t channel, double time_sorg) {
+    wave_record& r = block.records.emplace_back();
+    r.channel = channel;
+    r.time_sorg = time_sorg;
+    if (!spare_samples_.empty()) {
+        r.samples = std::move(spare_samples_.back());
+        spare_samples_.pop_back();
+    }
+    open_samples_ += record_weight;
+    return r;
+}
+
+/// The newest block, if there is one and room for the samples.
+wave_block* wave::block_for_samples(std::size_t sample_count) {
+    if (open_count() == 0) {
+        note_loss(loss::samples_without_block);
+        return nullptr;
+    }
+    const std::size_t needed = sample_count + record_weight;
+    while (open_samples_ + needed > open_sample_limit && open_count() > 1) {
+        drop_oldest(loss::block_beyond_limit);
+    }
+    if (open_samples_ + needed > open_sample_limit) {
+        note_loss(loss::block_beyond_limit);
+        return nullptr;
+    }
+    return open_blocks_.back().get();
+}
+
+// Headers.
+
+void wave::on_sbl_dg_header(packets::sbl_dg_header& p) {
+    if (wave_block* block = open_block(p.time_counter())) {
+        set_peaks(*block, p);
+        add_record(*block, reference_channel_index,
+                   (p.coarse_time() - p.fine_time() * fine_time_unit) *
+                           sampling_time_of(reference_channel_index) +
+                       t_null_pdae);
+        add_record(*block, header_sample_channel, 0).samples.assign(1, p.sample());
+        ++open_samples_;
+    }
+}
+
+void wave::on_sbl_dg_header_hr(packets::sbl_dg_header_hr& p) {
+    if (wave_block* block = open_block(p.time_counter_hr())) {
+        set_peaks(*block, p);
+        add_record(*block, reference_channel_index, t_null_pdae);
+        add_record(*block, header_sample_channel, 0).samples.assign(1, p.sample());
+        ++open_samples_;
+    }
+}
+
+void wave::on_sbl_dg_channel_header(packets::sbl_dg_channel_header& p,
+                                    const std::uint32_t* /*end*/) {
+    if (wave_block* block = open_block(p.time_counter_hr())) {
+        // More entries than slots can only come from a broken packet.
+        for (std::size_t i = 0; i < std::min<std::size_t>(p.size(), peak_slots); ++i) {
+            const auto e = p[i];
+            block->peaks.emplace_back(static_cast<float>(e.position()) * sixteenth,
+                                      static_cast<float>(e.amplitude()) * sixteenth);
+        }
+        add_record(*block, reference_channel_index, t_null_pdae);
+    }
+}
+
+void wave::on_sbl_dg_channel_header_1(packets::sbl_dg_channel_header_1& p,
+                                      const std::uint32_t* /*end*/) {
+    if (wave_block* block = open_block(p.time_counter_hr())) {
+        block->peaks.assign(peak_slots, no_peak);
+        for (std::size_t i = 0; i < p.size(); ++i) {
+            const auto e = p[i];
+            block->peaks[e.slot()] = {static_cast<float>(e.position()) * sixteenth,
+                                      static_cast<float>(e.amplitude()) * quarter};
+        }
+        add_record(*block, reference_channel_index, t_null_pdae);
+    }
+}
+
+// Samples.
+
+double wave::sampling_time_of(std::uint64_t channel) const noexcept {
+    return channel < channels.size() ? channels[channel].sampling_time
+                                     : std::numeric_limits<double>::quiet_NaN();
+}
+
+/// Start of a run of samples: told in samples from the one in which the shot lies. `ticks` is the
+/// shot's time in high-resolution counts.
+double wave::high_resolution_start(std::int32_t block_field, std::uint64_t channel,
+                                   std::uint64_t ticks) const noexcept {
+    const double sampling = sampling_time_of(channel);
+    const std::uint64_t in_sample =
+        channel < channels.size() ? channels[channel].ticks_per_sample : 0;
+    const std::uint64_t r = in_sample == 0 ? 0 : ticks % in_sample;
+    return block_field * sampling - static_cast<double>(r) * systime_hr_unit;
+}
+
+template<class Packet>
+void wave::store_packed(const Packet& p, wave_record& record) {
+    const std::size_t bits = packed_bits(p);
+    record.is_compressed = 0;
+    record.samples.resize(packed_sample_count(bits, p.bit_width()));
+    unpack_samples(payload_of(p), bits, p.bit_width(), record.samples.data());
+    open_samples_ += record.samples.size();
+}
+
+template<class Packet>
+void wave::store_compressed(const Packet& p, wave_record& record) {
+    const std::size_t words = words16_of(p, p.odd() != 0);
+    record.samples.clear();
+    record.is_compressed = uncompress_ ? 0 : 1;
+    if (uncompress_) {
+        decompress_samples(payload_of(p), words, record.samples);
+    } else {
+        record.samples.resize(words);
+        unpack_samples(payload_of(p), words * 16, 16, record.samples.data());
+    }
+    open_samples_ += record.samples.size();
+}
+
+void wave::on_sbl_dg_data(packets::sbl_dg_data& p, const std::uint32_t* /*end*/) {
+    if (wave_block* block = block_for_samples(words16_of(p, false))) {
+        wave_record& r =
+            add_record(*block, p.channel(), p.block_field() * sampling_time_of(p.channel()));
+        const std::size_t words = words16_of(p, p.odd() != 0);
+        r.samples.resize(words);
+        unpack_samples(payload_of(p), words * 16, 16, r.samples.data());
+        open_samples_ += words;
+    }
+}
+
+void wave::on_sbl_dg_data_compressed(packets::sbl_dg_data_compressed& p,
+                                     const std::uint32_t* /*end*/) {
+    if (wave_block* block = block_for_samples(compressed_samples(p, uncompress_))) {
+        store_compressed(
+            p, add_record(*block, p.channel(), p.block_field() * sampling_time_of(p.channel())));
+    }
+}
+
+void wave::on_sbl_dg_data_hr(packets::sbl_dg_data_hr& p, const std::uint32_t* /*end*/) {
+    if (wave_block* block = block_for_samples(packed_sample_count(packed_bits(p), p.bit_width()))) {
+        // Whole counts here, the nearest count in the packets by channel.
+        const auto ticks = saturate<std::uint64_t>(block->time_internal / systime_hr_unit);
+        store_packed(p, add_record(*block, p.channel(),
+                                   high_resolution_start(p.block_field(), p.channel(), ticks)));
+    }
+}
+
+void wave::on_sbl_dg_data_compressed_hr(packets::sbl_dg_data_compressed_hr& p,
+                                        const std::uint32_t* /*end*/) {
+    if (wave_block* block = block_for_samples(compressed_samples(p, uncompress_))) {
+        const auto ticks = saturate<std::uint64_t>(block->time_internal / systime_hr_unit);
+        store_compressed(p, add_record(*block, p.channel(),
+                                       high_resolution_start(p.block_field(), p.channel(), ticks)));
+    }
+}
+
+/// The record that samples of a channel go to: the first one for the reference channel.
+wave_record* wave::record_of_channel(std::uint64_t channel, std::int16_t block_field,
+                                     std::size_t sample_count) {
+    if (!channel_mask.test(channel)) {
+        note_loss(loss::masked_record);
+        return nullptr;
+    }
+    wave_block* block = block_for_samples(sample_count);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    const auto ticks = saturate<std::uint64_t>(block->time_internal / systime_hr_unit + 0.5);
+    const double start = high_resolution_start(block_field, channel, ticks);
+    if (channel != reference_channel_index) {
+        return &add_record(*block, channel, start);
+    }
+    wave_record& reference = block->records.front();
+    open_samples_ -= std::min(open_samples_, reference.samples.size());
+    reference.time_sorg = start;
+    return &reference;
+}
+
+void wave::on_sbl_dg_channel_data(packets::sbl_dg_channel_data& p, const std::uint32_t* /*end*/) {
+    if (wave_record* r = record_of_channel(p.channel(), p.block_field(),
+                                           packed_sample_count(packed_bits(p), p.bit_width()))) {
+        store_packed(p, *r);
+    }
+}
+
+void wave::on_sbl_dg_channel_data_compressed(packets::sbl_dg_channel_data_compressed& p,
+                                             const std::uint32_t* /*end*/) {
+    if (wave_record* r =
+            record_of_channel(p.channel(), p.block_field(), compressed_samples(p, uncompress_))) {
+        store_compressed(p, *r);
+    }
+}
+
+} // namespace scanlib
