@@ -1,10 +1,8 @@
 #include "commands.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
+#include "recording_walk.hpp"
 #include "survey.hpp"
-
-#include "scanlib/connection.hpp"
-#include "scanlib/rxpmarker.hpp"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -18,43 +16,20 @@ namespace {
 struct info_options {
     std::string input;
     bool json = false;
+    bool meta = false;
 };
 
-/// How the reading of a recording ended.
-struct reading {
-    bool opened = false;
-    std::string error; ///< empty at the stream's own end
-    std::uint64_t offset = 0;
-    std::uint64_t bytes = 0;
-    scanlib::loss_log losses;
-};
-
-void read_all(const std::string& input, survey& found, reading& r) {
-    const std::shared_ptr<scanlib::basic_rconnection> connection(
-        scanlib::basic_rconnection::create(input, "", ""));
-    connection->open();
-    r.opened = true;
-    scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity,
-                                       scanlib::decoder_headroom, true);
-    decoder.set_loss_log(&r.losses);
-    scanlib::basic_buffer packet;
-    try {
-        for (;;) {
-            r.offset = decoder.tell();
-            r.losses.at(r.offset);
-            decoder.get(packet);
-            if (decoder.packet_truncated() || packet.empty()) {
-                break;
-            }
-            found.take(packet.begin(), packet.end());
-        }
-        if (!packet.empty()) {
-            found.count(packet.begin(), packet.end());
-        }
-    } catch (const std::exception& e) {
-        r.error = e.what();
-    }
-    r.bytes = connection->position();
+void read_all(const std::string& input, survey& found, recording_walk& walk) {
+    walk_recording(
+        input, walk,
+        [&](const std::uint32_t* begin, const std::uint32_t* end) {
+            found.take(begin, end);
+            return true;
+        },
+        [&](const std::uint32_t* begin, const std::uint32_t* end) {
+            found.count(begin, end);
+            return true;
+        });
 }
 
 void print_span(const char* name, const time_span& span) {
@@ -66,7 +41,7 @@ void print_span(const char* name, const time_span& span) {
     }
 }
 
-void print_text(const info_options& options, const survey& found, const reading& r) {
+void print_text(const info_options& options, const survey& found, const recording_walk& r) {
     std::printf(
         "%s\n  type      %s\n  serial    %s\n  build     %s\n  bytes     %llu\n  shots     %llu\n",
         options.input.c_str(), found.instrument_type().c_str(), found.instrument_serial().c_str(),
@@ -98,7 +73,7 @@ std::string span_json(const time_span& span) {
                : "null";
 }
 
-std::string losses_json(const reading& r) {
+std::string losses_json(const recording_walk& r) {
     json_array all;
     for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
         const auto kind = static_cast<scanlib::loss>(i);
@@ -115,7 +90,7 @@ std::string losses_json(const reading& r) {
     return all.str();
 }
 
-void print_json(const info_options& options, const survey& found, const reading& r) {
+void print_json(const info_options& options, const survey& found, const recording_walk& r) {
     json_array kinds;
     for (const kind_count& k : found.kinds()) {
         kinds.add(json_object()
@@ -148,46 +123,38 @@ void print_json(const info_options& options, const survey& found, const reading&
     std::printf("%s\n", out.str().c_str());
 }
 
-void print_losses(const reading& r) {
-    for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
-        const auto kind = static_cast<scanlib::loss>(i);
-        if (r.losses.count(kind) != 0) {
-            std::fprintf(stderr, "rxp2k7: at byte %llu: %s\n",
-                         static_cast<unsigned long long>(r.losses.first_offset(kind)),
-                         scanlib::info_of(kind).sentence);
-        }
-    }
-}
-
 exit_code run(const info_options& options) {
     if (const std::string reason = reason_unreadable(options.input); !reason.empty()) {
         std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
         return exit_code::input_unreadable;
     }
     survey found;
-    reading r;
+    recording_walk r;
     try {
         read_all(options.input, found, r);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "rxp2k7: cannot read \"%s\": %s\n", options.input.c_str(), e.what());
         return exit_code::input_unreadable;
     }
-    if (options.json) {
+    const std::string metadata = options.meta ? found.metadata(true) : std::string();
+    if (options.meta) {
+        std::fputs(metadata.c_str(), stdout);
+    } else if (options.json) {
         print_json(options, found, r);
     } else {
         print_text(options, found, r);
     }
-    if (std::fflush(stdout) != 0) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::fputs("rxp2k7: cannot write to standard output\n", stderr);
         return exit_code::output_failed;
     }
-    print_losses(r);
-    if (!r.error.empty()) {
-        std::fprintf(stderr, "rxp2k7: \"%s\" is damaged at byte %llu: %s\n", options.input.c_str(),
-                     static_cast<unsigned long long>(r.offset), r.error.c_str());
+    const bool damaged = tell_damage(options.input, r);
+    if (options.meta && metadata.empty()) {
+        std::fprintf(stderr, "rxp2k7: \"%s\" has no metadata: the measurement does not start\n",
+                     options.input.c_str());
         return exit_code::input_damaged;
     }
-    return exit_code::good;
+    return damaged ? exit_code::input_damaged : exit_code::good;
 }
 
 } // namespace
@@ -197,7 +164,8 @@ void add_info(CLI::App& app, exit_code& result) {
         "info", "Tell what a recording holds: instrument, metadata, packets by kind, time span.");
     auto options = std::make_shared<info_options>();
     command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
-    command->add_flag("--json", options->json, "print one JSON object");
+    CLI::Option* json = command->add_flag("--json", options->json, "print one JSON object");
+    command->add_flag("--meta", options->meta, "print the metadata alone, as JSON")->excludes(json);
     command->callback([options, &result] { result = run(*options); });
 }
 

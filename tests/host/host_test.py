@@ -66,6 +66,7 @@ class Usage(HostTest):
                 'convert scan.rxp': ('--fast', '--fragment-size -1', '--fragment-size 4294967296', '--fragment-size 12x',
                                      '--waveform-length 1.5', '--compress 10', '--time-range 1', '--time-range 2:1',
                                      '--time-range 1:2x', '--time-range nan:1', '--time-range :'),
+                'info scan.rxp': ('--json --meta',),
                 'simulate': ('',),
                 'simulate new.rxp': ('--form round', '--shots 1e6', '--rate 0', '--rate 1000 --lines-per-second 1000'),
         }.items():
@@ -80,7 +81,8 @@ class Usage(HostTest):
         self.assertEqual(p.stdout, '', args)
 
     def test_help_and_version_exit_0(self):
-        for args in (['--help'], ['--version'], ['convert', '--help'], ['simulate', '--help'], ['info', '--help']):
+        for args in (['--help'], ['--version'], ['convert', '--help'], ['simulate', '--help'], ['info', '--help'],
+                     ['points', '--help']):
             self.assertNotEqual(self.good(*args).stdout, '')
 
     def test_inputs_that_would_share_an_output_are_refused_before_anything_is_done(self):
@@ -192,6 +194,131 @@ class Info(HostTest):
         self.write('cut.rxp', data[:-2])
         found = self.info('cut.rxp')
         self.assertIn('partial words', [l['name'] for l in found['losses']])
+
+    def test_meta_prints_the_metadata_alone(self):
+        self.simulate()
+        found = self.info('scan.rxp')['metadata']
+
+        def texts(value):
+            if isinstance(value, dict):
+                return {k: texts(v) for k, v in value.items()}
+            if isinstance(value, list):
+                return [texts(v) for v in value]
+            return value if isinstance(value, str) else float(value)
+
+        def numbers(value):
+            if isinstance(value, dict):
+                return {k: numbers(v) for k, v in value.items()}
+            if isinstance(value, list):
+                return [numbers(v) for v in value]
+            try:
+                return float(value) if value not in ('nan', 'inf', '-inf') else value
+            except ValueError:
+                return value
+
+        p = self.good('info', '--meta', 'scan.rxp')
+        self.assertEqual(numbers(json.loads(p.stdout)), texts(found))
+        self.assertGreater(p.stdout.count('\n'), 20, 'indented')
+        self.assertEqual(p.stderr, '')
+
+    def test_meta_of_a_recording_without_a_measurement_says_so(self):
+        self.write('empty.rxp', b'')
+        p = self.host('info', '--meta', 'empty.rxp')
+        self.assertEqual((p.returncode, p.stdout), (4, ''))
+        self.assertIn('no metadata', p.stderr)
+        self.assertEqual(self.host('info', '--meta', 'missing.rxp').returncode, 3)
+        with open('/dev/full', 'w') as full:
+            self.simulate()
+            p = subprocess.run([HOST, 'info', '--meta', 'scan.rxp'], cwd=self.folder, stdout=full,
+                               stderr=subprocess.DEVNULL, timeout=60)
+        self.assertEqual(p.returncode, 5)
+
+
+class Points(HostTest):
+    HEADER = 'X, Y, Z, targetcount, time, echo_range, amplitude, reflectance, deviation, lineend, red, green, blue, temperature'
+
+    def rows(self, text):
+        lines = text.split('\n')
+        self.assertEqual(lines[0], self.HEADER)
+        self.assertEqual(lines[-1], '')
+        return np.array([[float(v) for v in line.split(',')] for line in lines[1:-1]])
+
+    def test_rows_agree_with_the_converted_echoes(self):
+        for form in ('plain', 'hr'):
+            self.simulate('scan.rxp', '--form', form, shots=5000)
+            self.convert('scan.rxp')
+            shots = k7.columns(self.path('scan.k7'), 'Shots')
+            echoes = k7.columns(self.path('scan.k7'), 'OPP')
+            rows = self.rows(self.good('points', '--external-time', 'scan.rxp').stdout)
+            self.assertEqual(rows.shape, (len(echoes['GPSTime']), 10))
+            np.testing.assert_allclose(rows[:, 4], echoes['GPSTime'], rtol=0, atol=1e-6)
+            np.testing.assert_allclose(rows[:, 5], echoes['Range'], rtol=1e-6)
+            np.testing.assert_allclose(rows[:, 6], echoes['Amplitude'], rtol=1e-3)
+            row = np.searchsorted(shots['GPSTime'], echoes['GPSTime'])
+            points = shots['Positions'][row] + echoes['Range'][:, None] * shots['Waveforms.DirectionDelta'][row]
+            np.testing.assert_allclose(rows[:, :3], points, rtol=1e-5, atol=1e-4)
+
+    def test_internal_times_are_told_unless_asked_otherwise(self):
+        self.simulate()
+        span = json.loads(self.good('info', '--json', 'scan.rxp').stdout)['time']
+        for name, args in (('internal', []), ('pps', ['--external-time'])):
+            times = self.rows(self.good('points', 'scan.rxp', *args).stdout)[:, 4]
+            self.assertGreater(len(times), 100)
+            self.assertGreater(times[0], span[name]['first'] - 1e-6)
+            self.assertLess(times[-1], span[name]['last'] + 1e-6)
+
+    def test_a_file_gets_the_same_rows(self):
+        self.simulate(shots=5000)
+        text = self.good('points', 'scan.rxp').stdout
+        p = self.good('points', 'scan.rxp', '-o', 'rows.txt')
+        self.assertEqual((p.stdout, p.stderr), ('', ''))
+        self.assertEqual(self.read('rows.txt').decode(), text)
+        self.assertGreater(len(text), 200000, 'several pieces')
+
+    def test_wrong_usage_exits_2(self):
+        before = self.read(self.simulate())
+        for args in ([], ['scan.rxp', 'scan.rxp'], ['scan.rxp', '--fast'], ['scan.rxp', '-o', './scan.rxp']):
+            p = self.host('points', *args)
+            self.assertEqual((p.returncode, p.stdout), (2, ''), args)
+        self.assertEqual(self.read('scan.rxp'), before)
+
+    def test_an_unreadable_input_exits_3_and_makes_no_output(self):
+        for name in ('missing.rxp', '.', '/dev/null'):
+            p = self.host('points', name, '-o', 'rows.txt')
+            self.assertEqual((p.returncode, p.stdout), (3, ''))
+            self.assertIn('"%s"' % name, p.stderr)
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_a_damaged_recording_exits_4_with_the_rows_before_the_damage(self):
+        data = self.read(self.simulate())
+        whole = self.good('points', 'scan.rxp').stdout
+        at = len(data) // 2 // 4 * 4
+        self.write('bad.rxp', data[:at] + struct.pack('<3I', 0xFFFFFFFF, 0x00010000, 1) + data[at:])
+        p = self.host('points', 'bad.rxp')
+        self.assertEqual(p.returncode, 4)
+        self.assertIn('"bad.rxp" is damaged at byte', p.stderr)
+        self.assertTrue(whole.startswith(p.stdout))
+        self.assertGreater(len(p.stdout), len(whole) // 3)
+
+    def test_an_output_that_fails_exits_5_and_says_why(self):
+        self.simulate()
+        for name in ('no/rows.txt', '/dev/full', '.'):
+            p = self.host('points', 'scan.rxp', '-o', name)
+            self.assertEqual(p.returncode, 5, name)
+            self.assertIn('"%s"' % name, p.stderr)
+        with open('/dev/full', 'w') as full:
+            p = subprocess.run([HOST, 'points', 'scan.rxp'], cwd=self.folder, stdout=full, stderr=subprocess.PIPE,
+                               text=True, timeout=60)
+        self.assertEqual(p.returncode, 5)
+        self.assertIn('No space left', p.stderr)
+
+    def test_a_closed_pipe_ends_it_without_a_word(self):
+        self.simulate(shots=50000)
+        for trap in ('', "trap '' PIPE; "):
+            p = subprocess.run(['bash', '-c', trap + '"$0" points scan.rxp | head -n 2', HOST], cwd=self.folder,
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=60)
+            self.assertEqual(p.stdout.count('\n'), 2)
+            self.assertEqual(p.stderr, '')
 
 
 class Convert(HostTest):

@@ -56,9 +56,7 @@ void pointcloud::note_held_back() noexcept {
 
 /// Reports the last target of the shot, or that it has none.
 inline void pointcloud::end_of_targets() {
-    if (held_back()) {
-        note_held_back();
-    } else if (sync_to_pps_ && !first_shot_released) {
+    if (sync_to_pps_ && !first_shot_released) {
         // The synchronisation may have become valid in the midst of this shot.
         first_shot_released = true;
         note_held_back();
@@ -73,10 +71,14 @@ inline void pointcloud::end_of_targets() {
 }
 
 void pointcloud::close_shot() {
-    end_of_targets();
-    if (mta_enabled) {
-        // The echoes may have put earlier shots in its place.
-        recall_shot(0);
+    if (held_back()) {
+        note_held_back();
+    } else {
+        end_of_targets();
+        if (mta_enabled) {
+            // The echoes may have put earlier shots in its place.
+            recall_shot(0);
+        }
     }
     if (shot_open) {
         on_shot_end();

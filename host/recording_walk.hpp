@@ -1,0 +1,33 @@
+#pragma once
+
+#include "scanlib/loss_log.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace host {
+
+/// How the reading of a recording ended.
+struct recording_walk {
+    bool opened = false;
+    std::string error; ///< empty at the stream's own end
+    std::uint64_t offset = 0;
+    std::uint64_t bytes = 0;
+    scanlib::loss_log losses;
+};
+
+/// Takes the words of a packet. Returns whether to go on; may throw, which ends the reading.
+using packet_taker = std::function<bool(const std::uint32_t* begin, const std::uint32_t* end)>;
+
+/// Hands each packet of a recording to `take`, and the last one, where the end of the file may have
+/// cut it, to `take_cut`. `walk.losses` has the offset of the packet at hand. A damaged stream and
+/// what `take` throws end as `walk.error`. Throws where the recording cannot be opened.
+void walk_recording(const std::string& input, recording_walk& walk, const packet_taker& take,
+                    const packet_taker& take_cut);
+
+/// Tells on standard error what was lost and what the recording's damage is. Returns whether it is
+/// damaged.
+bool tell_damage(const std::string& input, const recording_walk& walk);
+
+} // namespace host
