@@ -253,7 +253,7 @@ exit_code run(const convert_options& options) {
     if (options.json) {
         std::fputs(json_of(results).c_str(), stdout);
     }
-    if (std::fflush(stdout) != 0) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::fputs("rxp2k7: cannot write to standard output\n", stderr);
         return exit_code::output_failed;
     }

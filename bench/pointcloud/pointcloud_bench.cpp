@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 #include <vector>
@@ -111,12 +112,14 @@ class summing_cloud : public pointcloud {
     summing_cloud() : pointcloud(false) { instrument().feed(*this); }
     double sum = 0;
     std::uint64_t echoes = 0;
+    std::uint32_t zone = 0; ///< farthest one seen
 
   protected:
     void on_shot() override { sum += beam_direction[2]; }
     void on_echo_ready(echo_position /*position*/) override {
         const target& t = newest_target();
         sum += t.echo_range + t.reflectance + t.vertex[2];
+        zone = std::max<std::uint32_t>(zone, t.mta_zone);
         ++echoes;
     }
 };
@@ -145,5 +148,44 @@ void shots_mirrorwheel(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * 1000);
 }
 BENCHMARK(shots_mirrorwheel)->Name("shots/mirrorwheel");
+
+/// Echoes of shots with four of them each, as targets/plain, whose zone is searched among five.
+void targets_mta(benchmark::State& state) {
+    summing_cloud cloud;
+    constexpr std::uint32_t ticks_per_shot = 1U << 23; // 1.6 us, or 240 m
+    packet_run settings;
+    settings.add<packets::mta_settings_1_writer>(long_code, [](auto& w) {
+        w.gate_low(700.0F);
+        w.gate_high(1100.0F);
+        w.unambiguous_range(240.0F);
+    });
+    settings.feed(cloud);
+    packet_run run;
+    for (std::uint32_t s = 0; s < 1000; ++s) {
+        run.add<packets::laser_shot_2angles_hr_writer>(long_code, [&](auto& w) {
+            w.time_counter_hr(std::uint64_t{ticks_per_shot} * (s + 1));
+            w.line_counter(97 * s % 921600);
+            w.frame_counter(1234);
+        });
+        for (std::uint32_t e = 0; e < 4; ++e) {
+            run.add<packets::echo_writer>(echo_code, [&](auto& w) {
+                w.range_counter(static_cast<std::int32_t>(20000 + 40000 * e + s));
+                w.amplitude(static_cast<std::uint16_t>(500 + s));
+                w.reflectance(static_cast<std::int16_t>(s % 100));
+            });
+        }
+    }
+    run.feed(cloud);
+    if (!(cloud.zone > 2)) {
+        state.SkipWithError("no echo lay in a far zone");
+    }
+    cloud.echoes = 0;
+    for (auto _ : state) {
+        run.feed(cloud);
+    }
+    benchmark::DoNotOptimize(cloud.sum);
+    state.SetItemsProcessed(static_cast<std::int64_t>(cloud.echoes));
+}
+BENCHMARK(targets_mta)->Name("targets/mta");
 
 } // namespace

@@ -107,7 +107,7 @@ class scanmech {
     vector3* beam_origin_out_;
     vector3* beam_direction_out_;
     bool points_on_beam_ = true; ///< cleared by models with a `position` of their own
-    double line_unit_ = 0; ///< radians for each count
+    double line_unit_ = 0;       ///< radians for each count
     double frame_unit_ = 0;
     sine_cosine line_turn_;
     sine_cosine frame_turn_;

@@ -111,6 +111,8 @@ const Model& pointcloud::predecessor(const char* complaint) const {
     if (model == nullptr) {
         throw scanlib_exception(complaint, "pointcloud", __LINE__);
     }
+    // A fan may stand at one of its lasers; asking for the beam takes it back to the one told.
+    mechs.back()->set_counts(line_counter, frame_counter, 0);
     return *model;
 }
 

@@ -405,6 +405,17 @@ TEST(pointcloud_geometry, fan_takes_its_grid_and_the_laser_of_the_wheel) {
     EXPECT_EQ(mech.laser_direction, (vector3{0, 0.5, 0.25}));
 }
 
+TEST(pointcloud_geometry, refining_a_fan_in_use_begins_at_the_laser_told) {
+    fed_pointcloud cloud;
+    feed_wheel(cloud);
+    feed_fan(cloud);
+    auto& used = dynamic_cast<mirrorwheel_fanbeam&>(*cloud.mechs.back());
+    used.select_beam(1, 0);
+    ASSERT_NE(used.laser_direction, (vector3{0, 0.5, 0.25}));
+    feed_fan(cloud);
+    EXPECT_EQ(newest<mirrorwheel_fanbeam>(cloud).laser_direction, (vector3{0, 0.5, 0.25}));
+}
+
 TEST(pointcloud_geometry, biaxial_takes_its_shifts) {
     fed_pointcloud cloud;
     feed_wheel(cloud);
