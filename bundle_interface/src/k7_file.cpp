@@ -280,16 +280,16 @@ unsigned headerPieces(hid_t object) {
 /// Extends the newest piece of the object's header, which is the last in the file, to the end of
 /// its page. By itself each link beyond the first room would add a piece, and thousands are slow.
 void makeRoom(hid_t object, hsize_t left) {
-    constexpr const char* placeholder = "room";
-    constexpr hsize_t overhead = 80; // of the placeholder, and a little more
+    constexpr const char* filler = "room";
+    constexpr hsize_t overhead = 80; // of the filler, and a little more
     if (left < 2 * overhead) {
         return;
     }
     const hsize_t bytes = left - overhead;
     const Handle space(H5Screate_simple(1, &bytes, nullptr), H5Sclose);
-    Handle(H5Acreate2(object, placeholder, H5T_STD_U8LE, space, H5P_DEFAULT, H5P_DEFAULT), H5Aclose)
+    Handle(H5Acreate2(object, filler, H5T_STD_U8LE, space, H5P_DEFAULT, H5P_DEFAULT), H5Aclose)
         .close();
-    check(H5Adelete(object, placeholder)); // leaves the room
+    check(H5Adelete(object, filler)); // leaves the room
 }
 
 Handle groupAt(hid_t file, const std::string& path) {
