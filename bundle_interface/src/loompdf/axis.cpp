@@ -11,8 +11,9 @@ namespace {
 
 constexpr double largest = 1e300;     // sums and differences of such bounds are finite
 constexpr double least_span = 1e-290; // and a division by this one is, too
-constexpr double least_relative_span = 1e-9;
-constexpr int longest_plain_label = 10; // digits
+constexpr double least_relative_span = 1e-12;
+constexpr double rounding = 1e-9;       // of a step that ought to be met
+constexpr int longest_plain_label = 14; // digits
 constexpr int longest_decimals = 15;
 constexpr double label_gap = 8;    // points
 constexpr int widest_steps = 2000; // from one step to the next it grows, so this is never reached
@@ -35,7 +36,7 @@ struct Step {
 /// The least step that is not below `value`.
 Step step_from(double value) {
     Step step{1, static_cast<int>(std::floor(std::log10(value)))};
-    while (step.value() < value * (1 - least_relative_span)) {
+    while (step.value() < value * (1 - rounding)) {
         step = step.next();
     }
     return step;

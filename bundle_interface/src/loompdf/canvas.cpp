@@ -12,6 +12,8 @@ namespace {
 /// The day that stands in every file, since the clock must not.
 constexpr const char* constant_date = "1970-01-01T00:00:00Z";
 
+constexpr double pi = 3.141592653589793;
+
 constexpr const char* replacement = "\xEF\xBF\xBD";
 
 cairo_status_t append(void* bytes, const unsigned char* data, unsigned int length) {
@@ -125,6 +127,11 @@ void Canvas::polyline(const std::vector<Polyline::Move>& moves) {
     cairo_restore(context_.get());
 }
 
+void Canvas::dot(Point middle, double diameter) {
+    cairo_arc(context_.get(), middle.x, middle.y, diameter / 2, 0, 2 * pi);
+    cairo_fill(context_.get());
+}
+
 void Canvas::font_size(double points) {
     cairo_set_font_size(context_.get(), points);
 }
@@ -139,7 +146,7 @@ void Canvas::write(const std::string& text, Point at, double shift, bool turned)
     cairo_save(context_.get());
     cairo_translate(context_.get(), at.x, at.y);
     if (turned) {
-        cairo_rotate(context_.get(), -1.5707963267948966);
+        cairo_rotate(context_.get(), -pi / 2);
     }
     cairo_move_to(context_.get(), shift, 0);
     cairo_show_text(context_.get(), text.c_str());

@@ -36,6 +36,8 @@ class Canvas {
     /// A line with round ends and corners.
     void polyline(const std::vector<Polyline::Move>& moves);
 
+    void dot(Point middle, double diameter);
+
     void font_size(double points);
     /// Width of a text in the current font.
     double width(const std::string& text);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 #include <stdexcept>
 
 #include "axis.hpp"
@@ -35,6 +36,8 @@ constexpr Colour text_grey{0.5, 0.5, 0.5};
 constexpr double grid_width = 0.4;
 constexpr double frame_width = 0.6;
 constexpr double series_width = 0.8;
+constexpr double dot_size = 2.5;
+constexpr double margin_share = 0.05; // left free above and below the series
 
 /// Told apart by readers who see colours differently, too.
 constexpr std::array<Colour, 6> series_colours{{{0.00, 0.27, 0.55},
@@ -48,40 +51,42 @@ std::size_t size_of(const VectorToPDF::Series& s) {
     return std::min(s.x.size(), s.y.size());
 }
 
-/// Bounds of an axis: those asked for, or else what the series take up.
-template<class TakeSeries>
-Bounds bounds_of(const VectorToPDF::Range& range, const PageContent& content, TakeSeries&& take) {
-    if (range.available()) {
-        return drawable({range->min, range->max});
+/// Bounds asked for.
+std::optional<Bounds> bounds_of(const VectorToPDF::Range& range) {
+    return range.available() ? std::optional<Bounds>({range->min, range->max}) : std::nullopt;
+}
+
+Bounds bounds_of_x(const PageContent& content) {
+    if (const auto asked = bounds_of(content.ranges.first)) {
+        return drawable(*asked);
     }
     BoundsFinder finder;
     for (const VectorToPDF::Series& s : content.series) {
-        take(s, finder);
+        for (std::size_t i = 0; i < size_of(s); ++i) {
+            finder.take(s.x[i]);
+        }
     }
     return drawable(finder.found().value_or(Bounds{}));
 }
 
-Bounds bounds_of_x(const PageContent& content) {
-    return bounds_of(content.ranges.first, content,
-                     [](const VectorToPDF::Series& s, BoundsFinder& finder) {
-                         for (std::size_t i = 0; i < size_of(s); ++i) {
-                             finder.take(s.x[i]);
-                         }
-                     });
-}
-
 Bounds bounds_of_y(const PageContent& content) {
-    return bounds_of(content.ranges.second, content,
-                     [](const VectorToPDF::Series& s, BoundsFinder& finder) {
-                         if (s.range.available()) {
-                             finder.take(s.range->min);
-                             finder.take(s.range->max);
-                             return;
-                         }
-                         for (std::size_t i = 0; i < size_of(s); ++i) {
-                             finder.take(s.y[i]);
-                         }
-                     });
+    if (const auto asked = bounds_of(content.ranges.second)) {
+        return drawable(*asked);
+    }
+    BoundsFinder finder;
+    for (const VectorToPDF::Series& s : content.series) {
+        if (const auto told = bounds_of(s.range)) {
+            finder.take(told->min);
+            finder.take(told->max);
+            continue;
+        }
+        for (std::size_t i = 0; i < size_of(s); ++i) {
+            finder.take(s.y[i]);
+        }
+    }
+    const Bounds taken = drawable(finder.found().value_or(Bounds{}));
+    const double margin = margin_share * (taken.max - taken.min);
+    return drawable({taken.min - margin, taken.max + margin});
 }
 
 /// Whether the places are counts, so that there is nothing between them.
@@ -198,6 +203,9 @@ class Page {
             line.end();
             canvas_.pen(series_colours[i % series_colours.size()], series_width);
             canvas_.polyline(line.moves());
+            for (const Point& point : line.lonely()) {
+                canvas_.dot(point, dot_size);
+            }
             drawn = drawn || size_of(s) != 0;
         }
         if (!drawn) {

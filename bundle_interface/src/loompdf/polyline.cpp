@@ -86,7 +86,11 @@ void Polyline::end() {
         flush_column();
     }
     if (begun_ && alone_) {
-        draw(pen_, pen_); // a dot
+        double from = 0;
+        double to = 1;
+        if (clip(box_, pen_, pen_, from, to)) {
+            lonely_.push_back(pen_);
+        }
     }
     begun_ = false;
 }

@@ -43,6 +43,8 @@ class Polyline {
     void end();
 
     const std::vector<Move>& moves() const noexcept { return moves_; }
+    /// Points that have no neighbour to draw to.
+    const std::vector<Point>& lonely() const noexcept { return lonely_; }
 
   private:
     struct Numbered {
@@ -55,6 +57,7 @@ class Polyline {
 
     Box box_;
     std::vector<Move> moves_;
+    std::vector<Point> lonely_;
     // The points of one column, not yet drawn.
     double column_ = 0;
     std::size_t in_column_ = 0;
