@@ -211,7 +211,8 @@ TEST_F(Plot, PagesWithoutRoomForAPlotAreToldAndNotWritten) {
                                "\": the page is "));
         EXPECT_FALSE(std::filesystem::exists(file_));
     }
-    expect_written(page("t", {}, {500, 500}));
+    EXPECT_EQ(page("t", {}, {500, 500}).write2Pdf(false), "");
+    EXPECT_THAT(ask("pdfinfo", file_), HasSubstr("14173.2 x 14173.2 pts"));
 }
 
 TEST_F(Plot, FolderThatIsMissingIsToldByText) {
