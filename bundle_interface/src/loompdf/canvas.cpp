@@ -101,9 +101,11 @@ void Canvas::pen(const Colour& colour, double line_width) {
     cairo_set_line_width(context_.get(), line_width);
 }
 
-void Canvas::line(Point from, Point to) {
-    cairo_move_to(context_.get(), from.x, from.y);
-    cairo_line_to(context_.get(), to.x, to.y);
+void Canvas::lines(const std::vector<Segment>& segments) {
+    for (const Segment& segment : segments) {
+        cairo_move_to(context_.get(), segment.from.x, segment.from.y);
+        cairo_line_to(context_.get(), segment.to.x, segment.to.y);
+    }
     cairo_stroke(context_.get());
 }
 

@@ -17,6 +17,11 @@ struct Colour {
     double blue;
 };
 
+struct Segment {
+    Point from;
+    Point to;
+};
+
 /// `text` as well-formed UTF-8 of at most `longest` characters: bytes that are none become
 /// replacement characters, control characters become spaces.
 std::string presentable(const std::string& text, std::size_t longest);
@@ -31,7 +36,8 @@ class Canvas {
     Canvas& operator=(const Canvas&) = delete;
 
     void pen(const Colour& colour, double line_width);
-    void line(Point from, Point to);
+    /// Lines that are drawn as one, which is far cheaper than each for itself.
+    void lines(const std::vector<Segment>& segments);
     void box(const Box& box);
     /// A line with round ends and corners.
     void polyline(const std::vector<Polyline::Move>& moves);

@@ -183,13 +183,17 @@ class Page {
     }
 
     void draw_grid() {
-        canvas_.pen(grid_grey, grid_width);
+        std::vector<Segment> grid;
         for (const Tick& tick : x_axis_.ticks) {
-            canvas_.line({x_of(tick.value), frame_.top}, {x_of(tick.value), frame_.bottom});
+            const double x = x_of(tick.value);
+            grid.push_back({{x, frame_.top}, {x, frame_.bottom}});
         }
         for (const Tick& tick : y_axis_.ticks) {
-            canvas_.line({frame_.left, y_of(tick.value)}, {frame_.right, y_of(tick.value)});
+            const double y = y_of(tick.value);
+            grid.push_back({{frame_.left, y}, {frame_.right, y}});
         }
+        canvas_.pen(grid_grey, grid_width);
+        canvas_.lines(grid);
     }
 
     void draw_series() {
@@ -230,26 +234,28 @@ class Page {
     }
 
     void draw_frame() {
+        std::vector<Segment> ticks;
+        const auto at_x = [&](double value, double length) {
+            const double x = x_of(value);
+            ticks.push_back({{x, frame_.bottom}, {x, frame_.bottom + length}});
+        };
+        const auto at_y = [&](double value, double length) {
+            const double y = y_of(value);
+            ticks.push_back({{frame_.left - length, y}, {frame_.left, y}});
+        };
+        const auto each_tick = [](const Axis& axis, const auto& add) {
+            for (const Tick& tick : axis.ticks) {
+                add(tick.value, tick_length);
+            }
+            for (const double value : axis.minor) {
+                add(value, minor_length);
+            }
+        };
+        each_tick(x_axis_, at_x);
+        each_tick(y_axis_, at_y);
         canvas_.pen(frame_grey, frame_width);
-        for (const Tick& tick : x_axis_.ticks) {
-            tick_at_x(tick.value, tick_length);
-        }
-        for (const double value : x_axis_.minor) {
-            tick_at_x(value, minor_length);
-        }
-        for (const Tick& tick : y_axis_.ticks) {
-            tick_at_y(tick.value, tick_length);
-        }
-        for (const double value : y_axis_.minor) {
-            tick_at_y(value, minor_length);
-        }
+        canvas_.lines(ticks);
         canvas_.box(frame_);
-    }
-    void tick_at_x(double value, double length) {
-        canvas_.line({x_of(value), frame_.bottom}, {x_of(value), frame_.bottom + length});
-    }
-    void tick_at_y(double value, double length) {
-        canvas_.line({frame_.left - length, y_of(value)}, {frame_.left, y_of(value)});
     }
 
     void draw_texts() {
