@@ -12,6 +12,7 @@ namespace host {
 /// and sets `result`, which outlives `app`. Wrong arguments leave as CLI::ParseError.
 void add_convert(CLI::App& app, exit_code& result);
 void add_info(CLI::App& app, exit_code& result);
+void add_inspect(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);
 
 } // namespace host
