@@ -133,8 +133,8 @@ class Page {
     std::string draw() {
         lay_out();
         draw_grid();
-        draw_series();
         draw_frame();
+        draw_series(); // on top: an amplitude of zero runs along the frame
         draw_texts();
         return canvas_.finish();
     }
