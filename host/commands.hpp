@@ -13,6 +13,7 @@ namespace host {
 void add_convert(CLI::App& app, exit_code& result);
 void add_info(CLI::App& app, exit_code& result);
 void add_points(CLI::App& app, exit_code& result);
+void add_inspect(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);
 
 } // namespace host

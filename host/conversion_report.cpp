@@ -1,6 +1,7 @@
 #include "conversion_report.hpp"
 
 #include "json.hpp"
+#include "losses.hpp"
 
 #include <cinttypes>
 #include <cstdio>
@@ -11,19 +12,6 @@ namespace {
 
 double megabytes_per_second(const conversion_result& r) {
     return r.seconds > 0 ? static_cast<double>(r.summary.bytes_in) / 1e6 / r.seconds : 0;
-}
-
-std::string losses_json(const std::vector<Riegl::Loss>& losses) {
-    json_array all;
-    for (const Riegl::Loss& l : losses) {
-        all.add(json_object()
-                    .text("name", l.name)
-                    .number("count", l.count)
-                    .number("first_offset", l.first_offset)
-                    .text("sentence", l.sentence)
-                    .str());
-    }
-    return all.str();
 }
 
 std::string result_json(const conversion_result& r) {

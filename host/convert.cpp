@@ -2,24 +2,23 @@
 #include "conversion_report.hpp"
 #include "input_file.hpp"
 #include "numbers.hpp"
+#include "output_folder.hpp"
 #include "progress.hpp"
 #include "stdout_guard.hpp"
+#include "time_range.hpp"
 
 #include "frontend/conversion.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -104,25 +103,6 @@ void check_outputs(const convert_options& options) {
             }
         }
     }
-}
-
-/// Why nothing can be written to the output folder; empty if something can.
-std::string reason_unwritable(const std::string& folder) {
-    std::error_code error;
-    const auto status = std::filesystem::status(folder, error);
-    if (status.type() == std::filesystem::file_type::not_found) {
-        return "cannot write to \"" + folder + "\": no such directory";
-    }
-    if (error) {
-        return "cannot write to \"" + folder + "\": " + error.message();
-    }
-    if (!std::filesystem::is_directory(status)) {
-        return "cannot write to \"" + folder + "\": it is not a directory";
-    }
-    if (access(folder.c_str(), W_OK | X_OK) != 0) {
-        return "cannot write to \"" + folder + "\": " + std::generic_category().message(errno);
-    }
-    return {};
 }
 
 Riegl::Input input_record(const convert_options& options) {
@@ -241,7 +221,7 @@ std::vector<conversion_result> refuse_all(const convert_options& options,
 exit_code run(const convert_options& options) {
     check_outputs(options);
     std::vector<conversion_result> results;
-    const std::string blocked = reason_unwritable(options.out_dir);
+    const std::string blocked = reason_folder_unwritable(options.out_dir);
     if (!blocked.empty()) {
         results = refuse_all(options, blocked);
     } else if (options.json) {
@@ -258,21 +238,6 @@ exit_code run(const convert_options& options) {
         return exit_code::output_failed;
     }
     return blocked.empty() ? joint_code(results) : exit_code::output_failed;
-}
-
-std::pair<double, double> parse_time_range(const std::string& text) {
-    constexpr double any = std::numeric_limits<double>::max();
-    const std::string option = "--time-range";
-    const auto colon = text.find(':');
-    if (colon == std::string::npos) {
-        throw CLI::ValidationError(option, "\"" + text + "\" is not of the form MIN:MAX");
-    }
-    const double least = parse_real(option, text.substr(0, colon), -any, any);
-    const double greatest = parse_real(option, text.substr(colon + 1), -any, any);
-    if (least > greatest) {
-        throw CLI::ValidationError(option, "MIN is above MAX in \"" + text + "\"");
-    }
-    return {least, greatest};
 }
 
 } // namespace
@@ -294,7 +259,9 @@ void add_convert(CLI::App& app, exit_code& result) {
     command
         ->add_option_function<std::string>(
             "--time-range",
-            [options](const std::string& text) { options->time_range = parse_time_range(text); },
+            [options](const std::string& text) {
+                options->time_range = read_time_range("--time-range", text);
+            },
             "seconds; fragments that lie wholly inside are skipped")
         ->type_name("MIN:MAX");
     command->add_option("--error-log", options->error_log, "file to which warnings are appended");

@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "driver.hpp"
-#include "scanlib/loss_log.hpp"
+#include "losses.hpp"
 #include "scanlib/pointcloud.hpp"
 #include "scanlib/rxpmarker.hpp"
 #include "text_files.hpp"
@@ -55,14 +55,7 @@ class SummaryReport {
         }
         const auto size = std::filesystem::file_size(file, unknown);
         summary.bytes_out = unknown || summary.abandoned ? 0 : size;
-        for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
-            const auto kind = static_cast<scanlib::loss>(i);
-            if (losses.count(kind) != 0) {
-                const auto& info = scanlib::info_of(kind);
-                summary.losses.push_back(
-                    {info.name, info.sentence, losses.count(kind), losses.first_offset(kind)});
-            }
-        }
+        summary.losses = losses_of(losses);
     }
 
     Holdfast::StrongPtr<ProgressMonitor> monitor_;

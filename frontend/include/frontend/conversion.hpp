@@ -39,6 +39,8 @@ struct ConversionSummary {
     std::vector<Loss> losses;    ///< kinds of loss that occurred
 };
 
+struct InspectionSummary; // frontend/inspection.hpp
+
 /// Receiver of progress reports; the host implements it. Called on the thread of the conversion.
 class RXP2K7_EXPORT ProgressMonitor : public Holdfast::ReferenceBase<ProgressMonitor> {
   public:
@@ -51,6 +53,9 @@ class RXP2K7_EXPORT ProgressMonitor : public Holdfast::ReferenceBase<ProgressMon
 
     /// Tells once, at the end, what the conversion did. Empty by default.
     virtual void summarise(const ConversionSummary& summary);
+
+    /// Tells once, at the end, what an inspection drew. Empty by default.
+    virtual void inspected(const InspectionSummary& summary);
 };
 
 /// Parameters of the exported operations. The caller owns it; it outlives the call and serves one
