@@ -26,15 +26,16 @@ void wave::on_pps_sync_hr(packets::pps_sync_hr& p) {
     block_sync_.pps(p.system_counter_hr(), p.pps_time_hr());
 }
 
-/// Fills in the shot and reports the block.
-void wave::hand_over(wave_block& block) {
-    block.time = time;
-    block.beam_origin = beam_origin;
-    block.beam_direction = beam_direction;
-    block.facet = facet;
-    block.line_angle = line_angle;
-    block.frame_angle = frame_angle;
-    on_wave(block);
+/// Fills in the shot and reports the block, which is not an open one any more.
+void wave::hand_over(std::unique_ptr<wave_block> block) {
+    block->time = time;
+    block->beam_origin = beam_origin;
+    block->beam_direction = beam_direction;
+    block->facet = facet;
+    block->line_angle = line_angle;
+    block->frame_angle = frame_angle;
+    on_wave(*block);
+    pool_.give_back(std::move(block));
 }
 
 void wave::on_shot_end() {
@@ -47,18 +48,17 @@ void wave::on_shot_end() {
         drop_oldest(loss::block_without_shot);
     }
     if (open_count() != 0 && oldest().time_internal == time_internal) {
-        auto block = take_oldest();
-        hand_over(*block);
-        recycle(std::move(block));
+        hand_over(take_oldest());
         return;
     }
     if (!std::isnan(time) && !channels.empty()) {
-        auto block = spare_block();
+        auto block = pool_.take_block();
         block->time_internal = time_internal;
         block->is_pps_locked = shot_sync.locked();
-        add_record(*block, reference_channel_index, t_null_pdae);
-        hand_over(*block);
-        recycle(std::move(block));
+        wave_record& reference = block->records.emplace_back();
+        reference.channel = reference_channel_index;
+        reference.time_sorg = t_null_pdae;
+        hand_over(std::move(block));
     }
 }
 
