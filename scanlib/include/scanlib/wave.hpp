@@ -102,6 +102,7 @@ class wave : public pointcloud {
   private:
     template<class Ticks>
     wave_block* open_block(Ticks ticks);
+    void configure_block_sync();
     void append_open(std::unique_ptr<wave_block> block);
     wave_record& add_record(wave_block& block, std::uint64_t channel, double time_sorg);
     void add_header_sample(wave_block& block, std::uint16_t sample);

@@ -5,15 +5,22 @@
 // Time of blocks, and which shot each belongs to.
 namespace scanlib {
 
-wave::wave(bool sync_to_pps, bool uncompress) : pointcloud(sync_to_pps), uncompress_(uncompress) {}
+wave::wave(bool sync_to_pps, bool uncompress) : pointcloud(sync_to_pps), uncompress_(uncompress) {
+    configure_block_sync();
+}
 
 wave::~wave() = default;
 
 void wave::on_wave(wave_block& /*block*/) {}
 
+/// Blocks find their shot by its time, so both must have the same units, also by default.
+void wave::configure_block_sync() {
+    block_sync_.configure(systime_unit, pps_unit, systime_hr_unit, pps_hr_unit, systime_hr_bits, 0);
+}
+
 void wave::on_units(packets::units& p) {
     pointcloud::on_units(p);
-    block_sync_.configure(systime_unit, pps_unit, systime_hr_unit, pps_hr_unit, systime_hr_bits, 0);
+    configure_block_sync();
 }
 
 void wave::on_pps_sync(packets::pps_sync& p) {
