@@ -19,6 +19,9 @@ std::uint32_t bits_at(const std::uint32_t* words, std::size_t bit, unsigned widt
 
 constexpr unsigned width_bits = 4;
 
+/// Groups that room is made for at a time.
+constexpr std::size_t groups_ahead = 16;
+
 std::uint64_t eight_bytes(const unsigned char* bytes) noexcept {
     std::uint64_t value;
     std::memcpy(&value, bytes, sizeof value);
@@ -86,15 +89,19 @@ void decompress_samples(const std::uint32_t* words, std::size_t payload_words16,
     const auto* bytes = reinterpret_cast<const unsigned char*>(words);
     const std::size_t size = payload_words16 * 2;
     const std::size_t end = size * 8;
+    std::size_t filled = out.size();
     std::size_t bit = 0;
     std::uint32_t sum = 0;
     while (bit + width_bits <= end) {
         const unsigned width = bits_at(words, bit, width_bits);
         bit += width_bits;
         if (width == 0 || bit + compressed_group * width > end) {
-            return;
+            break;
         }
-        std::uint16_t group[compressed_group];
+        if (filled == out.size()) {
+            out.resize(filled + groups_ahead * compressed_group);
+        }
+        std::uint16_t* const group = out.data() + filled;
         const step_group place(bit, width);
         if (place.second_byte + sizeof(std::uint64_t) <= size) {
             place.add_up(bytes, sum, group);
@@ -105,8 +112,9 @@ void decompress_samples(const std::uint32_t* words, std::size_t payload_words16,
             }
         }
         bit += compressed_group * width;
-        out.insert(out.end(), group, group + compressed_group);
+        filled += compressed_group;
     }
+    out.resize(filled);
 }
 
 void compress_samples(std::span<const std::uint16_t> samples, unsigned resolution,

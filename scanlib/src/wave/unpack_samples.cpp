@@ -117,21 +117,25 @@ const bool has_sse41 = __builtin_cpu_supports("sse4.1") != 0;
 
 #endif
 
+/// Groups one after the other, by what the processor has. Reads `group_reach` bytes for each.
+template<unsigned W>
+void unpack_in_reach(const unsigned char* bytes, std::size_t groups, std::uint16_t* out) noexcept {
+#if SCANLIB_UNPACK_SSE41
+    if (has_sse41) {
+        unpack_groups_sse41<W>(bytes, groups, out);
+        return;
+    }
+#endif
+    unpack_groups<W>(bytes, groups, out);
+}
+
 /// All samples of a payload. Groups near its end are read from a copy with room behind it.
 template<unsigned W>
 void unpack_width(const unsigned char* bytes, std::size_t size, std::size_t count,
                   std::uint16_t* out) noexcept {
     const std::size_t reached = size < group_reach ? 0 : (size - group_reach) / W + 1;
     const std::size_t groups = std::min(count / group_samples, reached);
-#if SCANLIB_UNPACK_SSE41
-    if (has_sse41) {
-        unpack_groups_sse41<W>(bytes, groups, out);
-    } else {
-        unpack_groups<W>(bytes, groups, out);
-    }
-#else
-    unpack_groups<W>(bytes, groups, out);
-#endif
+    unpack_in_reach<W>(bytes, groups, out);
     std::size_t done = groups * group_samples;
     if (done == count) {
         return;
@@ -140,7 +144,7 @@ void unpack_width(const unsigned char* bytes, std::size_t size, std::size_t coun
     std::memcpy(rest, bytes + groups * W, std::min(size - groups * W, 2 * group_reach));
     for (std::size_t g = 0; done < count; ++g, done += group_samples) {
         std::uint16_t group[group_samples];
-        unpack_group<W>(rest + g * W, group);
+        unpack_in_reach<W>(rest + g * W, 1, group);
         std::copy_n(group, std::min(count - done, group_samples), out + done);
     }
 }
