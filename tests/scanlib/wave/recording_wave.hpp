@@ -1,7 +1,7 @@
 #pragma once
 
-#include "../pointcloud/packet_feeder.hpp"
 #include "scanlib/loss_log.hpp"
+#include "scanlib/pointcloud/packet_feeder.hpp"
 #include "scanlib/wave.hpp"
 
 #include <cstdint>

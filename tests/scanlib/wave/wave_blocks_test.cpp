@@ -116,8 +116,10 @@ TEST(wave_headers, newest_form_puts_pulses_into_sixteen_slots) {
     ASSERT_THAT(b.peaks, SizeIs(16));
     EXPECT_EQ(b.peaks[2], wave_peak(4, 3)); // the later entry of a slot stands
     EXPECT_EQ(b.peaks[15], wave_peak(0x3FFFF / 16.0F, 1023 / 4.0F));
-    for (const std::size_t slot : {0, 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}) {
-        expect_unused(b.peaks[slot]);
+    for (std::size_t slot = 0; slot < 16; ++slot) {
+        if (slot != 2 && slot != 15) {
+            expect_unused(b.peaks[slot]);
+        }
     }
     ASSERT_THAT(b.records, SizeIs(1));
     EXPECT_EQ(b.records[0].channel, 3U);
