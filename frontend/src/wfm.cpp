@@ -158,6 +158,9 @@ void WFM::unstage(const Rows& rows) {
     shots_count_ = rows.shots;
     opp_count_ = rows.echoes;
     wave_count_ = rows.waveforms;
+    if (writer_.has_waveforms()) {
+        writer_.waveforms().column<"Waveforms">().max_length = rows.longest_waveform;
+    }
 }
 
 void WFM::on_hk_extended_external(scanlib::packets::hk_extended_external&) {}
@@ -197,7 +200,7 @@ std::string WFM::flush_staging() {
         note_loss(scanlib::loss::skipped_fragment);
         note_loss(scanlib::loss::skipped_row, rows);
     } else if (text.empty()) {
-        under_way_ = {shots_count_, opp_count_, wave_count_};
+        under_way_ = staged();
     }
     return text;
 }

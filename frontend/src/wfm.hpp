@@ -42,13 +42,16 @@ class WFM : public scanlib::wave {
 
     BundleWriter& writer() noexcept { return writer_; }
 
-    /// Numbers of rows staged at a moment.
+    /// Numbers of rows staged at a moment, and the samples of the longest waveform.
     struct Rows {
         std::uint32_t shots = 0;
         std::uint32_t echoes = 0;
         std::uint32_t waveforms = 0;
+        std::uint32_t longest_waveform = 0;
     };
-    Rows staged() const noexcept { return {shots_count_, opp_count_, wave_count_}; }
+    Rows staged() const noexcept {
+        return {shots_count_, opp_count_, wave_count_, writer_.longest_waveform()};
+    }
     /// Drops the rows staged since, for a packet that turned out to be broken.
     void unstage(const Rows& rows);
 

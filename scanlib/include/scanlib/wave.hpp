@@ -2,6 +2,7 @@
 
 #include "scanlib/pointcloud.hpp"
 #include "scanlib/wave_block.hpp"
+#include "scanlib/wave_block_pool.hpp"
 
 #include <array>
 #include <bitset>
@@ -25,8 +26,9 @@ namespace scanlib {
 /// So every shot yields one `on_wave` once channels are known. It also keeps the channels, their
 /// pulse models and the time of the reference pulse, and writes and reads them as metadata.
 ///
-/// What blocks without a shot may take is bounded by `open_block_limit` and `open_sample_limit`;
-/// beyond, the oldest are dropped and counted. In steady state nothing is allocated.
+/// What blocks without a shot may take is bounded by `open_block_limit` and `open_sample_limit`,
+/// which counts the memory of their samples and something for each record; beyond, the oldest are
+/// dropped and counted. In steady state nothing is allocated.
 class wave : public pointcloud {
   public:
     static constexpr std::size_t channel_limit = 16;
@@ -100,22 +102,26 @@ class wave : public pointcloud {
   private:
     template<class Ticks>
     wave_block* open_block(Ticks ticks);
+    void configure_block_sync();
     void append_open(std::unique_ptr<wave_block> block);
-    std::unique_ptr<wave_block> spare_block();
     wave_record& add_record(wave_block& block, std::uint64_t channel, double time_sorg);
+    void add_header_sample(wave_block& block, std::uint16_t sample);
     wave_block* block_for_samples(std::size_t sample_count);
     std::size_t open_count() const noexcept { return open_blocks_.size() - first_open_; }
     wave_block& oldest() noexcept { return *open_blocks_[first_open_]; }
     std::unique_ptr<wave_block> take_oldest();
-    void recycle(std::unique_ptr<wave_block> block);
     void drop_oldest(loss cause);
-    void hand_over(wave_block& block);
+    void hand_over(std::unique_ptr<wave_block> block);
 
     double sampling_time_of(std::uint64_t channel) const noexcept;
     double high_resolution_start(std::int32_t block_field, std::uint64_t channel,
                                  std::uint64_t ticks) const noexcept;
     wave_record* record_of_channel(std::uint64_t channel, std::int16_t block_field,
                                    std::size_t sample_count);
+    template<class Fill>
+    void fill_samples(wave_record& record, Fill fill);
+    template<class Packet>
+    void store_words16(const Packet& p, wave_record& record);
     template<class Packet>
     void store_packed(const Packet& p, wave_record& record);
     template<class Packet>
@@ -131,8 +137,7 @@ class wave : public pointcloud {
     std::vector<std::unique_ptr<wave_block>> open_blocks_;
     std::size_t first_open_ = 0;
     std::size_t open_samples_ = 0; ///< what open blocks take, in samples
-    std::vector<std::unique_ptr<wave_block>> spare_blocks_;
-    std::vector<std::vector<std::uint16_t>> spare_samples_;
+    wave_block_pool pool_;
 };
 
 } // namespace scanlib

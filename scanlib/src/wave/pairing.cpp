@@ -5,15 +5,22 @@
 // Time of blocks, and which shot each belongs to.
 namespace scanlib {
 
-wave::wave(bool sync_to_pps, bool uncompress) : pointcloud(sync_to_pps), uncompress_(uncompress) {}
+wave::wave(bool sync_to_pps, bool uncompress) : pointcloud(sync_to_pps), uncompress_(uncompress) {
+    configure_block_sync();
+}
 
 wave::~wave() = default;
 
 void wave::on_wave(wave_block& /*block*/) {}
 
+/// Blocks find their shot by its time, so both must have the same units, also by default.
+void wave::configure_block_sync() {
+    block_sync_.configure(systime_unit, pps_unit, systime_hr_unit, pps_hr_unit, systime_hr_bits, 0);
+}
+
 void wave::on_units(packets::units& p) {
     pointcloud::on_units(p);
-    block_sync_.configure(systime_unit, pps_unit, systime_hr_unit, pps_hr_unit, systime_hr_bits, 0);
+    configure_block_sync();
 }
 
 void wave::on_pps_sync(packets::pps_sync& p) {
@@ -26,15 +33,16 @@ void wave::on_pps_sync_hr(packets::pps_sync_hr& p) {
     block_sync_.pps(p.system_counter_hr(), p.pps_time_hr());
 }
 
-/// Fills in the shot and reports the block.
-void wave::hand_over(wave_block& block) {
-    block.time = time;
-    block.beam_origin = beam_origin;
-    block.beam_direction = beam_direction;
-    block.facet = facet;
-    block.line_angle = line_angle;
-    block.frame_angle = frame_angle;
-    on_wave(block);
+/// Fills in the shot and reports the block, which is not an open one any more.
+void wave::hand_over(std::unique_ptr<wave_block> block) {
+    block->time = time;
+    block->beam_origin = beam_origin;
+    block->beam_direction = beam_direction;
+    block->facet = facet;
+    block->line_angle = line_angle;
+    block->frame_angle = frame_angle;
+    on_wave(*block);
+    pool_.give_back(std::move(block));
 }
 
 void wave::on_shot_end() {
@@ -47,18 +55,17 @@ void wave::on_shot_end() {
         drop_oldest(loss::block_without_shot);
     }
     if (open_count() != 0 && oldest().time_internal == time_internal) {
-        auto block = take_oldest();
-        hand_over(*block);
-        recycle(std::move(block));
+        hand_over(take_oldest());
         return;
     }
     if (!std::isnan(time) && !channels.empty()) {
-        auto block = spare_block();
+        auto block = pool_.take_block();
         block->time_internal = time_internal;
         block->is_pps_locked = shot_sync.locked();
-        add_record(*block, reference_channel_index, t_null_pdae);
-        hand_over(*block);
-        recycle(std::move(block));
+        wave_record& reference = block->records.emplace_back();
+        reference.channel = reference_channel_index;
+        reference.time_sorg = t_null_pdae;
+        hand_over(std::move(block));
     }
 }
 

@@ -30,6 +30,18 @@ constexpr std::uint64_t header_sample_channel = 2;
 constexpr std::size_t record_weight = 64;
 constexpr std::size_t block_weight = 256;
 
+std::size_t weight_of(const wave_record& r) noexcept {
+    return record_weight + r.samples.capacity();
+}
+
+std::size_t weight_of(const wave_block& block) noexcept {
+    std::size_t weight = block_weight;
+    for (const wave_record& r : block.records) {
+        weight += weight_of(r);
+    }
+    return weight;
+}
+
 /// Bits of a packed payload, the last word of which is used in part.
 template<class Packet>
 std::size_t packed_bits(const Packet& p) {
@@ -69,43 +81,19 @@ void set_peaks(wave_block& block, const Header& p) {
 
 // The blocks.
 
-std::unique_ptr<wave_block> wave::spare_block() {
-    open_samples_ += block_weight;
-    if (spare_blocks_.empty()) {
-        return std::make_unique<wave_block>();
-    }
-    auto block = std::move(spare_blocks_.back());
-    spare_blocks_.pop_back();
-    return block;
-}
-
-/// Keeps what a block has allocated for those to come.
-void wave::recycle(std::unique_ptr<wave_block> block) {
-    for (wave_record& r : block->records) {
-        open_samples_ -= std::min(open_samples_, r.samples.size() + record_weight);
-        if (r.samples.capacity() != 0) {
-            r.samples.clear();
-            spare_samples_.push_back(std::move(r.samples));
-        }
-    }
-    open_samples_ -= std::min(open_samples_, block_weight);
-    block->records.clear();
-    block->peaks.clear();
-    spare_blocks_.push_back(std::move(block));
-}
-
 std::unique_ptr<wave_block> wave::take_oldest() {
     auto block = std::move(open_blocks_[first_open_++]);
     if (first_open_ == open_blocks_.size()) {
         open_blocks_.clear();
         first_open_ = 0;
     }
+    open_samples_ -= std::min(open_samples_, weight_of(*block));
     return block;
 }
 
 void wave::drop_oldest(loss cause) {
     note_loss(cause);
-    recycle(take_oldest());
+    pool_.give_back(take_oldest());
 }
 
 void wave::append_open(std::unique_ptr<wave_block> block) {
@@ -131,16 +119,12 @@ wave_block* wave::open_block(Ticks ticks) {
     if (open_count() == open_block_limit) {
         drop_oldest(loss::block_beyond_limit);
     }
-    auto block = spare_block();
+    auto block = pool_.take_block();
     block->time_internal = t.internal;
     block->time = sync_to_pps() ? t.external : t.internal;
-    block->beam_origin = {};
-    block->beam_direction = {};
-    block->facet = 0;
-    block->line_angle = 0;
-    block->frame_angle = 0;
     block->is_pps_locked = block_sync_.locked();
     append_open(std::move(block));
+    open_samples_ += block_weight;
     return open_blocks_.back().get();
 }
 
@@ -148,11 +132,8 @@ wave_record& wave::add_record(wave_block& block, std::uint64_t channel, double t
     wave_record& r = block.records.emplace_back();
     r.channel = channel;
     r.time_sorg = time_sorg;
-    if (!spare_samples_.empty()) {
-        r.samples = std::move(spare_samples_.back());
-        spare_samples_.pop_back();
-    }
-    open_samples_ += record_weight;
+    r.samples = pool_.take_samples();
+    open_samples_ += weight_of(r);
     return r;
 }
 
@@ -173,7 +154,21 @@ wave_block* wave::block_for_samples(std::size_t sample_count) {
     return open_blocks_.back().get();
 }
 
+/// Replaces the samples of a record of an open block.
+template<class Fill>
+void wave::fill_samples(wave_record& record, Fill fill) {
+    open_samples_ -= record.samples.capacity();
+    record.samples.clear();
+    fill(record.samples);
+    open_samples_ += record.samples.capacity();
+}
+
 // Headers.
+
+void wave::add_header_sample(wave_block& block, std::uint16_t sample) {
+    fill_samples(add_record(block, header_sample_channel, 0),
+                 [&](auto& samples) { samples.push_back(sample); });
+}
 
 void wave::on_sbl_dg_header(packets::sbl_dg_header& p) {
     if (wave_block* block = open_block(p.time_counter())) {
@@ -182,8 +177,7 @@ void wave::on_sbl_dg_header(packets::sbl_dg_header& p) {
                    (p.coarse_time() - p.fine_time() * fine_time_unit) *
                            sampling_time_of(reference_channel_index) +
                        t_null_pdae);
-        add_record(*block, header_sample_channel, 0).samples.assign(1, p.sample());
-        ++open_samples_;
+        add_header_sample(*block, p.sample());
     }
 }
 
@@ -191,8 +185,7 @@ void wave::on_sbl_dg_header_hr(packets::sbl_dg_header_hr& p) {
     if (wave_block* block = open_block(p.time_counter_hr())) {
         set_peaks(*block, p);
         add_record(*block, reference_channel_index, t_null_pdae);
-        add_record(*block, header_sample_channel, 0).samples.assign(1, p.sample());
-        ++open_samples_;
+        add_header_sample(*block, p.sample());
     }
 }
 
@@ -240,37 +233,42 @@ double wave::high_resolution_start(std::int32_t block_field, std::uint64_t chann
     return block_field * sampling - static_cast<double>(r) * systime_hr_unit;
 }
 
+/// Words of 16 bits are the samples.
+template<class Packet>
+void wave::store_words16(const Packet& p, wave_record& record) {
+    const std::size_t words = words16_of(p, p.odd() != 0);
+    fill_samples(record, [&](auto& samples) {
+        samples.resize(words);
+        unpack_samples(payload_of(p), words * 16, 16, samples.data());
+    });
+}
+
 template<class Packet>
 void wave::store_packed(const Packet& p, wave_record& record) {
     const std::size_t bits = packed_bits(p);
+    const unsigned width = p.bit_width();
     record.is_compressed = 0;
-    record.samples.resize(packed_sample_count(bits, p.bit_width()));
-    unpack_samples(payload_of(p), bits, p.bit_width(), record.samples.data());
-    open_samples_ += record.samples.size();
+    fill_samples(record, [&](auto& samples) {
+        samples.resize(packed_sample_count(bits, width));
+        unpack_samples(payload_of(p), bits, width, samples.data());
+    });
 }
 
 template<class Packet>
 void wave::store_compressed(const Packet& p, wave_record& record) {
-    const std::size_t words = words16_of(p, p.odd() != 0);
-    record.samples.clear();
     record.is_compressed = uncompress_ ? 0 : 1;
-    if (uncompress_) {
-        decompress_samples(payload_of(p), words, record.samples);
-    } else {
-        record.samples.resize(words);
-        unpack_samples(payload_of(p), words * 16, 16, record.samples.data());
+    if (!uncompress_) {
+        store_words16(p, record);
+        return;
     }
-    open_samples_ += record.samples.size();
+    const std::size_t words = words16_of(p, p.odd() != 0);
+    fill_samples(record, [&](auto& samples) { decompress_samples(payload_of(p), words, samples); });
 }
 
 void wave::on_sbl_dg_data(packets::sbl_dg_data& p, const std::uint32_t* /*end*/) {
     if (wave_block* block = block_for_samples(words16_of(p, false))) {
-        wave_record& r =
-            add_record(*block, p.channel(), p.block_field() * sampling_time_of(p.channel()));
-        const std::size_t words = words16_of(p, p.odd() != 0);
-        r.samples.resize(words);
-        unpack_samples(payload_of(p), words * 16, 16, r.samples.data());
-        open_samples_ += words;
+        store_words16(
+            p, add_record(*block, p.channel(), p.block_field() * sampling_time_of(p.channel())));
     }
 }
 
@@ -317,7 +315,7 @@ wave_record* wave::record_of_channel(std::uint64_t channel, std::int16_t block_f
         return &add_record(*block, channel, start);
     }
     wave_record& reference = block->records.front();
-    open_samples_ -= std::min(open_samples_, reference.samples.size());
+    reference.channel = channel;
     reference.time_sorg = start;
     return &reference;
 }

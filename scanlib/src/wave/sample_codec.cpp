@@ -1,6 +1,5 @@
 #include "scanlib/sample_codec.hpp"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -18,46 +17,51 @@ std::uint32_t bits_at(const std::uint32_t* words, std::size_t bit, unsigned widt
     return static_cast<std::uint32_t>(value >> offset) & ((1u << width) - 1);
 }
 
-/// Samples of at most 16 bits, all but those at the end by one load each: a sample begins in the
-/// first byte of eight that it reads.
-void unpack_narrow(const std::uint32_t* words, std::size_t bits, unsigned width,
-                   std::uint16_t* out) noexcept {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(words);
-    const std::size_t count = bits / width;
-    const std::uint32_t mask = (1u << width) - 1;
-    const std::size_t whole_bytes = (bits + 31) / 32 * 4;
-    // Those whose eight bytes lie in the payload.
-    const std::size_t by_load =
-        whole_bytes < 8 ? 0 : std::min(count, ((whole_bytes - 8) * 8 + 7) / width + 1);
-    std::size_t i = 0;
-    for (; i < by_load; ++i) {
-        const std::size_t bit = i * width;
-        std::uint64_t eight;
-        std::memcpy(&eight, bytes + bit / 8, sizeof eight);
-        out[i] = static_cast<std::uint16_t>((eight >> bit % 8) & mask);
-    }
-    for (; i < count; ++i) {
-        out[i] = static_cast<std::uint16_t>(bits_at(words, i * width, width));
-    }
+constexpr unsigned width_bits = 4;
+
+/// Groups that room is made for at a time.
+constexpr std::size_t groups_ahead = 16;
+
+std::uint64_t eight_bytes(const unsigned char* bytes) noexcept {
+    std::uint64_t value;
+    std::memcpy(&value, bytes, sizeof value);
+    return value;
 }
 
-} // namespace
+/// Where a group of steps lies. Its bits begin with a byte or the upper half of one, and so do
+/// those of its second four, so that a load of eight bytes holds each four.
+struct step_group {
+    unsigned width; ///< at most 15
+    std::size_t first_byte;
+    std::size_t first_shift;
+    std::size_t second_byte;
+    std::size_t second_shift;
 
-void unpack_samples(const std::uint32_t* words, std::size_t bits, unsigned width,
-                    std::uint16_t* out) noexcept {
-    if (width == 0) {
-        return;
-    }
-    if (width == 16) {
-        std::memcpy(out, words, bits / 16 * sizeof *out);
-    } else if (width < 16) {
-        unpack_narrow(words, bits, width, out);
-    } else {
-        for (std::size_t i = 0; i < bits / width; ++i) {
-            out[i] = static_cast<std::uint16_t>(bits_at(words, i * width, 16));
+    step_group(std::size_t bit, unsigned bits_each) noexcept
+        : width(bits_each)
+        , first_byte(bit / 8)
+        , first_shift(bit % 8)
+        , second_byte((bit + half * bits_each) / 8)
+        , second_shift((bit + half * bits_each) % 8) {}
+
+    /// Adds the steps to `sum` one by one. Both loads must lie in the payload.
+    void add_up(const unsigned char* bytes, std::uint32_t& sum, std::uint16_t* out) const noexcept {
+        const std::uint32_t mask = (1U << width) - 1;
+        std::uint64_t four = eight_bytes(bytes + first_byte) >> first_shift;
+        for (std::size_t i = 0; i < compressed_group; ++i) {
+            if (i == half) {
+                four = eight_bytes(bytes + second_byte) >> second_shift;
+            }
+            sum += static_cast<std::uint32_t>(four) & mask;
+            four >>= width;
+            out[i] = static_cast<std::uint16_t>(sum);
         }
     }
-}
+
+    static constexpr std::size_t half = compressed_group / 2;
+};
+
+} // namespace
 
 unsigned pack_samples(std::span<const std::uint16_t> samples, unsigned width,
                       std::vector<std::uint32_t>& out) {
@@ -82,20 +86,35 @@ unsigned pack_samples(std::span<const std::uint16_t> samples, unsigned width,
 
 void decompress_samples(const std::uint32_t* words, std::size_t payload_words16,
                         std::vector<std::uint16_t>& out) {
-    const std::size_t end = payload_words16 * 16;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(words);
+    const std::size_t size = payload_words16 * 2;
+    const std::size_t end = size * 8;
+    std::size_t filled = out.size();
     std::size_t bit = 0;
     std::uint32_t sum = 0;
-    while (bit + 4 <= end) {
-        const unsigned width = bits_at(words, bit, 4);
-        bit += 4;
+    while (bit + width_bits <= end) {
+        const unsigned width = bits_at(words, bit, width_bits);
+        bit += width_bits;
         if (width == 0 || bit + compressed_group * width > end) {
-            return;
+            break;
         }
-        for (std::size_t i = 0; i < compressed_group; ++i, bit += width) {
-            sum += bits_at(words, bit, width);
-            out.push_back(static_cast<std::uint16_t>(sum));
+        if (filled == out.size()) {
+            out.resize(filled + groups_ahead * compressed_group);
         }
+        std::uint16_t* const group = out.data() + filled;
+        const step_group place(bit, width);
+        if (place.second_byte + sizeof(std::uint64_t) <= size) {
+            place.add_up(bytes, sum, group);
+        } else {
+            for (std::size_t i = 0; i < compressed_group; ++i) {
+                sum += bits_at(words, bit + i * width, width);
+                group[i] = static_cast<std::uint16_t>(sum);
+            }
+        }
+        bit += compressed_group * width;
+        filled += compressed_group;
     }
+    out.resize(filled);
 }
 
 void compress_samples(std::span<const std::uint16_t> samples, unsigned resolution,
