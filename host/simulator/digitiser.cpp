@@ -22,8 +22,8 @@ constexpr std::int32_t reference_position = 24; ///< of the reference pulse, in 
 constexpr double reference_amplitude = 1500;    ///< counts
 
 // Water, in parts of the amplitude of its surface.
-constexpr double column_strength = 0.25;
-constexpr double column_decay = 1.0; ///< m of range in which it falls to a third
+constexpr double column_strength = 0.06;
+constexpr double column_decay = 2.0; ///< m of range in which it falls to a third
 constexpr double column_step = 0.5;  ///< samples between the pulses that stand for it
 constexpr double bottom_strength = 1.5;
 
