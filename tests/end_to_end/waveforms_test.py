@@ -306,6 +306,87 @@ class Attributes(Waveforms):
         self.assertEqual(k7.differences(self.path + '.plain', self.path), [])
 
 
+class Example(Waveforms):
+    """The example in Python, run on files whose samples are known."""
+
+    def run_example(self, picture, *options, status=0):
+        p = subprocess.run(['/usr/bin/python3', EXAMPLE, self.path, picture, *options], cwd=self.folder,
+                           env=dict(os.environ, MPLCONFIGDIR=self.folder), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                           text=True, timeout=120)
+        self.assertEqual(p.returncode, status, p.stderr)
+        return p
+
+    def check_waveform(self, line, name, run, echoes, form):
+        m = re.fullmatch(r'(.*): (\d+) samples, peak (\d+) counts at ([\d.]+) m, nearest echo ([\d.]+) m, ([\d.]+) dB', line)
+        self.assertIsNotNone(m, line)
+        samples = run['samples'][:run['count']]
+        peak = np.argmax(samples)
+        distance = (run['start'] + peak * SAMPLE_TIME) * np.float64(np.float32(299704944)) / 2
+        nearest = np.argmin(np.abs(echoes['Range'] - distance))
+        self.assertEqual(m.group(1), name)
+        self.assertEqual(int(m.group(2)), len(samples) + (-len(samples) % 8 if form in COMPRESSED else 0))
+        self.assertEqual(int(m.group(3)), samples[peak])
+        self.assertAlmostEqual(float(m.group(4)), distance, delta=0.002)
+        self.assertAlmostEqual(float(m.group(5)), echoes['Range'][nearest], delta=0.0006)
+        self.assertAlmostEqual(float(m.group(6)), echoes['Amplitude'][nearest], delta=0.006)
+
+    def check(self, form, *options):
+        self.simulate(form)
+        self.host('convert', 'scan.rxp', '--fragment-size', 1000)
+        lines = self.run_example('shot.png', *options).stdout.splitlines()
+        m = re.fullmatch(r'shot ([\d.]+): 2 waveforms, (\d+) echoes', lines[0])
+        self.assertIsNotNone(m, lines[0])
+        time = float(m.group(1))
+        opp = k7.columns(self.path, 'OPP')
+        echoes = {name: values[np.abs(opp['GPSTime'] - time) < 1e-6] for name, values in opp.items()}
+        self.assertEqual(len(echoes['Range']), int(m.group(2)))
+        if not options:
+            self.assertEqual(len(echoes['Range']), np.unique(opp['GPSTime'], return_counts=True)[1].max())
+        runs = self.truth(form)
+        runs = runs[(np.abs(runs['time'] - time) < 1.5e-6) & (runs['channel'] != REFERENCE)]
+        self.assertEqual(len(runs), 2)
+        self.assertEqual(len(lines), 3)
+        for line, name, run in zip(lines[1:], ('high power', 'low power'), runs):
+            self.check_waveform(line, name, run, echoes, form)
+        return len(echoes['Range'])
+
+    def test_samples_and_compressed_samples_are_found_and_told(self):
+        for form in ('channel', 'channel-compressed', 'parameters', 'parameters-compressed', 'subpackages'):
+            with self.subTest(form):
+                self.check(form)
+
+    def test_a_shot_can_be_chosen(self):
+        self.check('channel', '--time', '43200.006')
+        self.check('channel-compressed', '--time', '43200.006', '--compressed', 'yes')
+
+    def test_the_picture_shows_line_and_echoes(self):
+        import matplotlib.image
+        count = self.check('channel')
+        picture = (matplotlib.image.imread(os.path.join(self.folder, 'shot.png'))[:, :, :3] * 255).astype(int)
+        blue = np.all(np.abs(picture - (0x1f, 0x4e, 0x79)) < 12, axis=2)
+        red = np.all(np.abs(picture - (0xc0, 0x50, 0x4d)) < 40, axis=2)
+        # The line goes from one side to the other of both panels.
+        half = len(picture) // 2
+        for panel in (blue[:half], blue[half:]):
+            self.assertGreater(np.count_nonzero(np.any(panel, axis=0)), 0.8 * picture.shape[1])
+        # An echo within the picture is a dashed line from top to bottom.
+        lines = np.flatnonzero(np.count_nonzero(red[half:], axis=0) > 0.3 * half)
+        self.assertEqual(np.count_nonzero(np.diff(lines, prepend=-9) > 1), count)
+
+    def test_other_kinds_of_pictures(self):
+        self.simulate('channel')
+        self.host('convert', 'scan.rxp')
+        self.run_example('shot.pdf')
+        with open(os.path.join(self.folder, 'shot.pdf'), 'rb') as f:
+            self.assertEqual(f.read(5), b'%PDF-')
+
+    def test_a_file_without_waveforms_is_told(self):
+        self.host('simulate', 'scan.rxp', '--shots', 1000)
+        self.host('convert', 'scan.rxp')
+        self.assertIn('nothing in the grid "Waveforms"', self.run_example('shot.png', status=1).stderr)
+        self.assertFalse(os.path.exists(os.path.join(self.folder, 'shot.png')))
+
+
 class Refused(Waveforms):
     def test_combinations_without_sense_exit_2_and_say_why(self):
         for word, args in (('waveforms', ('--calibration', 'waveform')),
