@@ -270,20 +270,20 @@ void waveform_writer::write_run(const sample_run& run) {
         write_plain<packets::sbl_dg_data_writer>(run);
         break;
     case waveform_form::parameters_compressed:
-        write_compressed<packets::sbl_dg_data_compressed_writer>(run);
+        write_compressed<packets::sbl_dg_data_compressed_writer, std::uint16_t>(run);
         break;
     case waveform_form::hr:
         write_packed<packets::sbl_dg_data_hr_writer>(run);
         break;
     case waveform_form::hr_compressed:
-        write_compressed<packets::sbl_dg_data_compressed_hr_writer>(run);
+        write_compressed<packets::sbl_dg_data_compressed_hr_writer, std::int16_t>(run);
         break;
     case waveform_form::channel:
     case waveform_form::channel_1:
         write_packed<packets::sbl_dg_channel_data_writer>(run);
         break;
     case waveform_form::channel_compressed:
-        write_compressed<packets::sbl_dg_channel_data_compressed_writer>(run);
+        write_compressed<packets::sbl_dg_channel_data_compressed_writer, std::int16_t>(run);
         break;
     case waveform_form::subpackages:
         write_subpackage(run);
@@ -330,11 +330,12 @@ bool waveform_writer::compress(const sample_run& run, std::size_t head_words) {
     return compressed_.size() % 2 != 0;
 }
 
-template<class Writer>
+/// `First` is the type that the form has for the place of the first sample.
+template<class Writer, class First>
 void waveform_writer::write_compressed(const sample_run& run) {
     const bool odd = compress(run, Writer::fixed_bits / 32);
     Writer head(words_.data());
-    head.block_field(run.first);
+    head.block_field(static_cast<First>(run.first));
     head.channel(run.channel);
     head.odd(odd);
     out_.put({Writer::id, Writer::version}, words_);

@@ -42,7 +42,7 @@ class waveform_writer {
     void write_plain(const sample_run& run);
     template<class Writer>
     void write_packed(const sample_run& run);
-    template<class Writer>
+    template<class Writer, class First>
     void write_compressed(const sample_run& run);
     void write_subpackage(const sample_run& run);
     bool compress(const sample_run& run, std::size_t head_words);

@@ -264,7 +264,7 @@ TEST(WaveformChannels, AreToldWithTheirPulseModels) {
         EXPECT_EQ(channels[0].name, "high_power");
         EXPECT_EQ(channels[1].name, "low_power");
         EXPECT_EQ(channels[3].name, "reference");
-        for (const std::size_t i : {0, 1, 3}) {
+        for (const std::size_t i : {0UL, 1UL, 3UL}) {
             EXPECT_NEAR(channels[i].sampling_time, sample_time, 1e-16);
             EXPECT_EQ(channels[i].adc_resolution_bits, 12U);
             EXPECT_NEAR(channels[i].wavelength, 1550e-9, 1e-13);
