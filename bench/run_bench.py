@@ -17,6 +17,10 @@ import tempfile
 import time
 
 
+# Samples of the longest waveform that the simulator makes; every full fragment has one.
+LONGEST_WAVEFORM = 200
+
+
 def line(name, value, unit):
     print('%s %.4g %s' % (name, value, unit), flush=True)
 
@@ -72,7 +76,8 @@ def converted(build, recording, folder, *options):
 def against_floor(build, folder, name, shots, repeat, *options):
     recording = simulate(build, folder, shots, *options)
     result = converted(build, recording, folder)
-    floor = [os.path.join(build, 'floor'), recording, os.path.join(folder, 'floor.k7'), str(result['shots']), str(result['echoes'])]
+    floor = [os.path.join(build, 'floor'), recording, os.path.join(folder, 'floor.k7'), str(result['shots']), str(result['echoes']),
+             str(result['waveforms']), str(LONGEST_WAVEFORM)]
     ours, floors = [], []
     for _ in range(repeat):
         floors.append(timed(floor)[0])
@@ -108,6 +113,8 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         against_floor(a.build, folder, 'shots', a.shots, a.repeat)
         against_floor(a.build, folder, 'packed', a.shots, a.repeat, '--form', 'shot-echo')
+        # Four shots of five see something, and have samples of all three channels.
+        against_floor(a.build, folder, 'waveforms', 1250000, min(a.repeat, 5), '--waveforms')
         memory(a.build, folder, (1000000, 4000000))
 
 

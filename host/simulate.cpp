@@ -23,6 +23,7 @@ struct simulate_options {
     std::string output;
     simulator::scan_settings scan;
     std::string form;
+    std::string waveforms; ///< empty for none
     std::string optics = "mirrorwheel";
     std::vector<std::string> calibration;
     std::string zones_by = "gates";
@@ -41,11 +42,11 @@ std::set<std::string> names_of(const List& list) {
 /// Puts the words of the command line into the settings, with what they imply.
 void settle(simulate_options& options) {
     simulator::scan_settings& scan = options.scan;
-    if (options.form.empty()) {
-        // Zones are told apart by the high-resolution time.
-        options.form = scan.zones == 0 ? "plain" : "hr";
+    if (!options.waveforms.empty()) {
+        scan.waveforms = simulator::choice_of(simulator::waveform_forms, options.waveforms);
     }
-    scan.form = simulator::choice_of(simulator::packet_forms, options.form);
+    scan.form = options.form.empty() ? simulator::plainest_form(scan)
+                                     : simulator::choice_of(simulator::packet_forms, options.form);
     scan.optics = simulator::choice_of(simulator::mechanics_models, options.optics);
     for (const std::string& name : options.calibration) {
         scan.calibration.insert(simulator::choice_of(simulator::corrections, name));
@@ -84,6 +85,7 @@ void tell(const simulate_options& options, const simulator::recording_summary& d
     std::printf("%s\n"
                 "  shots      %llu in %llu lines, %.3f s of scanning\n"
                 "  echoes     %llu, and %llu artefacts\n"
+                "  waveforms  %llu\n"
                 "  packets    %llu\n"
                 "  bytes      %llu\n"
                 "  written in %.2f s, %.2f million shots/s\n",
@@ -91,6 +93,7 @@ void tell(const simulate_options& options, const simulator::recording_summary& d
                 static_cast<unsigned long long>(done.lines), done.seconds,
                 static_cast<unsigned long long>(done.echoes),
                 static_cast<unsigned long long>(done.artefacts),
+                static_cast<unsigned long long>(done.waveforms),
                 static_cast<unsigned long long>(done.packets),
                 static_cast<unsigned long long>(bytes), seconds,
                 static_cast<double>(done.shots) / seconds / 1e6);
@@ -128,7 +131,7 @@ void add_forms(CLI::App& command, simulate_options& options) {
             "how shots and echoes are packed: a packet for each, with the plain or the "
             "high-resolution time (plain, hr); keys and differences (packed, packed-rad with "
             "the background radiation, packed-hr); or one stream of both (shot-echo, "
-            "shot-echo-blocks). Without it, plain, or hr where --mta asks for it")
+            "shot-echo-blocks). Without it the plainest that goes with --mta and --waveforms")
         ->check(CLI::IsMember(names_of(simulator::packet_forms)));
     command
         .add_option(
@@ -159,6 +162,16 @@ void add_zones(CLI::App& command, simulate_options& options) {
         ->capture_default_str();
 }
 
+void add_waveforms(CLI::App& command, simulate_options& options) {
+    command
+        .add_option("--waveforms", options.waveforms,
+                    "sample what the receiver sees of each shot in three channels, and write it "
+                    "as sample blocks of a form. Give OUTPUT ahead of it if you leave out the form")
+        ->expected(0, 1)
+        ->default_str("channel")
+        ->check(CLI::IsMember(names_of(simulator::waveform_forms)));
+}
+
 } // namespace
 
 void add_simulate(CLI::App& app, exit_code& result) {
@@ -182,6 +195,7 @@ void add_simulate(CLI::App& app, exit_code& result) {
               "the same seed and options give the same file, byte for byte");
     add_forms(*command, *options);
     add_zones(*command, *options);
+    add_waveforms(*command, *options);
     command->callback([options, rate, &result] {
         options->rate_given = rate->count() != 0;
         result = run(*options);

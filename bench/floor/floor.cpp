@@ -1,6 +1,7 @@
-// floor INPUT OUTPUT SHOTS ECHOES [FRAGMENT_ROWS]: the least that a conversion must do: reads the
-// input once and writes the same columns, without decoding anything. What a conversion takes beyond
-// it is the price of its work.
+// floor INPUT OUTPUT SHOTS ECHOES [WAVEFORMS WIDTH [FRAGMENT_ROWS]]: the least that a conversion
+// must do: reads the input once and writes the same columns, without decoding anything. What a
+// conversion takes beyond it is the price of its work.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -57,6 +58,27 @@ class typed_column : public column {
     Holdfast::StrongPtr<Skein::Field> field_;
 };
 
+class waveform_column : public column {
+  public:
+    waveform_column(Skein::Representation& representation, const std::string& name,
+                    std::size_t rows, std::size_t width)
+        : width_(width), chunk_(new Holdfast::Chunk<unsigned short>(rows * width)) {
+        Skein::FieldProxy proxy =
+            representation.makeField(representation.makeFieldID(name), {}, {});
+        field_ = static_cast<Holdfast::StrongPtr<Skein::Field>&>(proxy);
+    }
+    void store(const std::string& fragment, std::size_t rows) override {
+        const Holdfast::StrongPtr<Skein::MemBase> array(
+            new Skein::MemArray<2, unsigned short>(chunk_, rows, width_));
+        field_->setPersistentData(array, field_->makeFragmentID(fragment), {}, "");
+    }
+
+  private:
+    std::size_t width_;
+    Holdfast::StrongPtr<Holdfast::Chunk<unsigned short>> chunk_;
+    Holdfast::StrongPtr<Skein::Field> field_;
+};
+
 using columns = std::vector<std::unique_ptr<column>>;
 
 columns shots_columns(Skein::Representation& r, std::size_t rows) {
@@ -78,8 +100,39 @@ columns opp_columns(Skein::Representation& r, std::size_t rows) {
     return c;
 }
 
-void write_output(const std::string& path, std::size_t shots, std::size_t echoes,
-                  std::size_t fragment_rows) {
+columns waveform_columns(Skein::Representation& r, std::size_t rows, std::size_t width) {
+    columns c;
+    c.push_back(std::make_unique<typed_column<double>>(r, "GPSTime", rows));
+    c.push_back(std::make_unique<typed_column<unsigned short>>(r, "FWFLength", rows));
+    c.push_back(std::make_unique<waveform_column>(r, "Waveforms", rows, width));
+    c.push_back(std::make_unique<typed_column<unsigned char>>(r, "Channel", rows));
+    c.push_back(std::make_unique<typed_column<double>>(r, "SBL_Time", rows));
+    c.push_back(std::make_unique<typed_column<point>>(r, "Positions", rows));
+    return c;
+}
+
+/// Rows of each grid, and samples of a waveform.
+struct extent {
+    std::size_t shots;
+    std::size_t echoes;
+    std::size_t waveforms;
+    std::size_t width;
+};
+
+/// What belongs to fragment `n` of `count`, where grids are cut together.
+std::size_t part(std::size_t rows, std::size_t n, std::size_t count) {
+    return rows * (n + 1) / count - rows * n / count;
+}
+
+void store(const columns& grid, const std::string& fragment, std::size_t rows) {
+    for (const auto& c : grid) {
+        if (rows > 0) {
+            c->store(fragment, rows);
+        }
+    }
+}
+
+void write_output(const std::string& path, const extent& all, std::size_t fragment_rows) {
     Skein::BundlePtr bundle(new Skein::Bundle);
     bundle->bindToNew(path, {});
     const auto slice = bundle.create()[0.0];
@@ -88,24 +141,17 @@ void write_output(const std::string& path, std::size_t shots, std::size_t echoes
     };
     const auto shots_chart = chart("Shots");
     const auto opp_chart = chart("OPP");
+    const auto waveforms_chart = chart("Waveforms");
     const columns of_shots = shots_columns(*shots_chart, fragment_rows);
     const columns of_opp = opp_columns(*opp_chart, fragment_rows);
-    for (std::size_t n = 0; shots > 0 || echoes > 0; ++n) {
+    const columns of_waveforms = waveform_columns(*waveforms_chart, fragment_rows, all.width);
+    const std::size_t most = std::max({all.shots, all.echoes, all.waveforms});
+    const std::size_t fragments = (most + fragment_rows - 1) / fragment_rows;
+    for (std::size_t n = 0; n < fragments; ++n) {
         const std::string fragment = "Fragment_" + std::to_string(n);
-        const std::size_t s = std::min(shots, fragment_rows);
-        const std::size_t e = std::min(echoes, fragment_rows);
-        for (const auto& c : of_shots) {
-            if (s > 0) {
-                c->store(fragment, s);
-            }
-        }
-        for (const auto& c : of_opp) {
-            if (e > 0) {
-                c->store(fragment, e);
-            }
-        }
-        shots -= s;
-        echoes -= e;
+        store(of_shots, fragment, part(all.shots, n, fragments));
+        store(of_opp, fragment, part(all.echoes, n, fragments));
+        store(of_waveforms, fragment, part(all.waveforms, n, fragments));
     }
     bundle->finish();
 }
@@ -114,14 +160,17 @@ void write_output(const std::string& path, std::size_t shots, std::size_t echoes
 
 int main(int argc, char** argv) {
     if (argc < 5) {
-        std::fprintf(stderr, "usage: floor INPUT OUTPUT SHOTS ECHOES [FRAGMENT_ROWS]\n");
+        std::fprintf(stderr, "usage: floor INPUT OUTPUT SHOTS ECHOES [WAVEFORMS WIDTH "
+                             "[FRAGMENT_ROWS]]\n");
         return 2;
     }
+    const auto number = [&](int i, std::size_t otherwise) {
+        return argc > i ? static_cast<std::size_t>(std::strtoull(argv[i], nullptr, 10)) : otherwise;
+    };
     try {
         std::printf("%llu\n", static_cast<unsigned long long>(read_input(argv[1])));
-        write_output(argv[2], std::strtoull(argv[3], nullptr, 10),
-                     std::strtoull(argv[4], nullptr, 10),
-                     argc > 5 ? std::strtoull(argv[5], nullptr, 10) : 100000);
+        write_output(argv[2], {number(3, 0), number(4, 0), number(5, 0), number(6, 0)},
+                     number(7, 100000));
         return 0;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "floor: %s\n", e.what());

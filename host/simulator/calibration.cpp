@@ -1,5 +1,7 @@
 #include "simulator/calibration.hpp"
 
+#include "simulator/waveform_writer.hpp"
+
 #include "scanlib/packet_writers.hpp"
 
 #include <algorithm>
@@ -288,6 +290,9 @@ void calibration::tell(packet_emitter& out) const {
         case correction::dynamic_trigger_tables:
             tell_trigger_grid<packets::dyntrig_pre_writer>(out);
             tell_trigger_grid<packets::dyntrig_post_writer>(out);
+            break;
+        case correction::waveform:
+            tell_waveform_tables(out);
             break;
         }
     }

@@ -3,6 +3,7 @@
 #include "scanlib/packet_writers.hpp"
 
 #include <array>
+#include <vector>
 
 namespace simulator {
 
@@ -29,20 +30,23 @@ constexpr std::array frequent_kinds{
 };
 
 /// Identity, and the kinds frequent enough for a short code.
-void emit_header(packet_emitter& out) {
+void emit_header(packet_emitter& out, const waveform_writer& waveforms) {
+    std::vector<scanlib::packet_index> kinds(frequent_kinds.begin(), frequent_kinds.end());
+    const auto of_waveforms = waveforms.frequent_kinds();
+    kinds.insert(kinds.end(), of_waveforms.begin(), of_waveforms.end());
     out.emit<packets::header_writer>(
-        [](packets::header_writer& p) {
+        [&](packets::header_writer& p) {
             p.type_id(instrument::type_id);
             p.build(instrument::build);
             p.serial(instrument::serial);
-            for (std::size_t i = 0; i < frequent_kinds.size(); ++i) {
-                const scanlib::packet_layout& kind = scanlib::layout_of(frequent_kinds[i]);
+            for (std::size_t i = 0; i < kinds.size(); ++i) {
+                const scanlib::packet_layout& kind = scanlib::layout_of(kinds[i]);
                 auto entry = p.element(i);
                 entry.id(static_cast<std::uint16_t>(kind.id));
                 entry.version(static_cast<std::uint16_t>(kind.version));
             }
         },
-        frequent_kinds.size());
+        kinds.size());
 }
 
 void emit_units(packet_emitter& out, const instrument& scanner) {
@@ -84,13 +88,15 @@ void emit_atmosphere(packet_emitter& out) {
 
 } // namespace
 
-void describe(const instrument& scanner, const calibration& faults, packet_emitter& out) {
-    emit_header(out);
+void describe(const instrument& scanner, const calibration& faults,
+              const waveform_writer& waveforms, packet_emitter& out) {
+    emit_header(out, waveforms);
     emit_units(out, scanner);
     scanner.mirrors().tell(out);
     emit_reflectance_table(out, scanner);
     faults.tell(out);
     emit_atmosphere(out);
+    waveforms.tell();
 }
 
 } // namespace simulator

@@ -3,11 +3,13 @@
 #include "scanlib/packet_emitter.hpp"
 #include "simulator/calibration.hpp"
 #include "simulator/instrument.hpp"
+#include "simulator/waveform_writer.hpp"
 
 namespace simulator {
 
 /// Writes what a reader must know of a scanner before its measurements: identity, units, geometry,
-/// corrections and the air.
-void describe(const instrument& scanner, const calibration& faults, scanlib::packet_emitter& out);
+/// corrections, the air and the channels of waveforms.
+void describe(const instrument& scanner, const calibration& faults,
+              const waveform_writer& waveforms, scanlib::packet_emitter& out);
 
 } // namespace simulator

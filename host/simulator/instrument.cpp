@@ -163,6 +163,7 @@ bool instrument::receive(const surface_hit& hit, std::size_t earlier, random_sou
     echo.flags = amplitude < strong_echo ? rising_flag : 0;
     echo.deviation = static_cast<std::int16_t>(f.deviation * random.unit());
     echo.artefact = false;
+    echo.depth = hit.depth;
     return true;
 }
 

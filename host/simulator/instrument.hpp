@@ -82,6 +82,7 @@ struct received_echo {
     std::uint16_t flags;
     std::int16_t deviation;
     bool artefact; ///< of the receiver, with no surface behind it
+    double depth;  ///< m of range by which light from the ground below water comes later
 };
 
 /// Units of the numbers in packets.

@@ -32,6 +32,8 @@ recorder::recorder(const scan_settings& settings, scanlib::packet_emitter& emitt
     , calibration_(settings, instrument_.units())
     , program_(settings)
     , writer_(settings.form, emitter)
+    , digitiser_(settings)
+    , waveforms_(settings.waveforms, emitter, writer_)
     , random_(settings.seed ^ 0xEC40E5EC40E5EC40)
     , next_second_(settings.start_time + 1) {}
 
@@ -176,6 +178,9 @@ void recorder::emit_shot(const shot& s) {
     }
     instrument_.aim(s);
     receive_echoes();
+    if (settings_.waveforms != waveform_form::none) {
+        digitiser_.sample(time, echoes_);
+    }
     calibration_.add_ringing(echoes_);
     for (const received_echo& e : echoes_) {
         if (settings_.zones == 0) {
@@ -183,6 +188,18 @@ void recorder::emit_shot(const shot& s) {
         } else if (is_heard(e.range)) {
             in_flight_.launch(shot_ticks_, e);
         }
+    }
+    if (settings_.waveforms != waveform_form::none) {
+        emit_waveforms(s);
+    }
+}
+
+void recorder::emit_waveforms(const shot& s) {
+    const sampled_shot& sampled = digitiser_.newest();
+    waveforms_.write(sampled);
+    done_.waveforms += sampled.runs().size();
+    if (listener_) {
+        listener_(s, sampled);
     }
 }
 
@@ -297,7 +314,7 @@ void recorder::finish() {
 }
 
 recording_summary recorder::run(const std::function<void(std::uint64_t)>& progress) {
-    describe(instrument_, calibration_, out_);
+    describe(instrument_, calibration_, waveforms_, out_);
     for (std::uint32_t pair = lead_pairs; pair-- > 0;) {
         // A whole number of seconds; the first day has no seconds before it.
         emit_second(settings_.start_time - std::min(pair, settings_.start_time));

@@ -2,10 +2,12 @@
 
 #include "scanlib/packet_emitter.hpp"
 #include "simulator/calibration.hpp"
+#include "simulator/digitiser.hpp"
 #include "simulator/echoes_in_flight.hpp"
 #include "simulator/instrument.hpp"
 #include "simulator/scene.hpp"
 #include "simulator/shot_writer.hpp"
+#include "simulator/waveform_writer.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -20,6 +22,7 @@ struct recording_summary {
     std::uint64_t echoes = 0;    ///< of surfaces
     std::uint64_t artefacts = 0; ///< echoes that a reader's corrections remove
     std::uint64_t lines = 0;
+    std::uint64_t waveforms = 0; ///< runs of samples
     std::uint64_t packets = 0;
     double seconds = 0; ///< from the first shot to the last
 };
@@ -34,12 +37,20 @@ struct recording_summary {
 /// With zones, echoes stand behind the shot during whose flight they return, and each line begins
 /// with the settings of its zone.
 ///
+/// Sample blocks stand behind the echoes of their shot; packed forms that collect shots have them
+/// ahead.
+///
 /// A recording follows from the settings alone, byte for byte.
 class recorder {
   public:
     /// `settings` and `emitter` outlive the recorder. Throws std::invalid_argument for settings
     /// that cannot be scanned.
     recorder(const scan_settings& settings, scanlib::packet_emitter& emitter);
+
+    /// `listener` hears of the waveforms of every shot. Call it before `run`.
+    void listen(std::function<void(const shot&, const sampled_shot&)> listener) {
+        listener_ = std::move(listener);
+    }
 
     /// Writes everything, once. `progress` is called now and then with the number of shots so far.
     /// Throws what the emitter throws.
@@ -60,6 +71,7 @@ class recorder {
     void emit_shot(const shot& s);
     void emit_fan_shot(const shot& s);
     void receive_echoes();
+    void emit_waveforms(const shot& s);
     bool find_shifted(std::size_t index, surface_hit& hit) const;
     void emit_echo(const received_echo& e, double farther);
     void land_echoes(std::uint64_t now);
@@ -72,6 +84,9 @@ class recorder {
     calibration calibration_;
     scan_program program_;
     shot_writer writer_;
+    digitiser digitiser_;
+    waveform_writer waveforms_;
+    std::function<void(const shot&, const sampled_shot&)> listener_;
     random_source random_;
     random_source before_cast_{0}; ///< state of `random_` ahead of the newest cast
     hit_list hits_;

@@ -142,6 +142,24 @@ double scene::water_hit(const vector3& origin, const vector3& direction) const {
     return x * x + y * y < water.radius * water.radius ? range : beyond_everything;
 }
 
+/// Way of a beam from the water's surface to the ground below, as its range counts: light is slower
+/// there.
+double scene::depth_below(const vector3& surface, const vector3& direction) const {
+    constexpr double refractive_index = 1.33;
+    constexpr int rounds = 8; // the bank is much flatter than the refracted beam
+    // What runs along the surface is bent towards the vertical.
+    const double across_x = direction[0] / refractive_index;
+    const double across_y = direction[1] / refractive_index;
+    const double down = std::sqrt(1 - across_x * across_x - across_y * across_y);
+    double way = 0;
+    for (int i = 0; i < rounds; ++i) {
+        const double ground =
+            ground_.height(surface[0] + way * across_x, surface[1] + way * across_y);
+        way = std::max(0.0, (surface[2] - ground) / down);
+    }
+    return way * refractive_index;
+}
+
 surface_hit scene::first_solid(const vector3& origin, const vector3& direction, double max_range,
                                const sector& around) const {
     vector3 normal{0, 0, 1};
@@ -163,6 +181,9 @@ surface_hit scene::first_solid(const vector3& origin, const vector3& direction, 
         offer(trees_[t].trunk_hit(origin, direction, n), n, material::bark);
     }
     first.incidence = incidence_of(direction, normal);
+    if (first.made_of == material::water) {
+        first.depth = depth_below(first.range * direction + origin, direction);
+    }
     return first;
 }
 

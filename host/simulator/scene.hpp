@@ -18,6 +18,7 @@ struct surface_hit {
     double range;     ///< in lengths of the beam's direction
     double incidence; ///< cosine of the angle between beam and normal, from 0 to 1
     material made_of;
+    double depth = 0; ///< m of range by which light from the ground below water comes later
 };
 
 /// The reflections of one beam in ascending range.
@@ -87,6 +88,7 @@ class scene {
     surface_hit first_solid(const vector3& origin, const vector3& direction, double max_range,
                             const sector& around) const;
     double water_hit(const vector3& origin, const vector3& direction) const;
+    double depth_below(const vector3& surface, const vector3& direction) const;
 
     terrain ground_;
     std::vector<building> buildings_;

@@ -48,11 +48,48 @@ void check_calibration(const scan_settings& s) {
                   "dynamic-trigger-tables takes the place of dynamic-trigger: choose one of them");
 }
 
+void check_waveforms(const scan_settings& s) {
+    if (s.waveforms == waveform_form::none) {
+        refuse_unless(!s.calibration.contains(correction::waveform),
+                      "--calibration waveform goes with --waveforms only");
+        return;
+    }
+    refuse_unless(s.optics != mechanics::mirrorwheel_fanbeam,
+                  "mirrorwheel-fanbeam has no --waveforms");
+    refuse_unless(s.zones == 0, "--waveforms are of one zone of range: choose it or --mta");
+    if (s.waveforms == waveform_form::subpackages) {
+        refuse_unless(s.form == packet_form::shot_echo_blocks,
+                      "--waveforms subpackages stand in shot-echo-blocks only");
+    } else if (is_high_resolution(s.waveforms)) {
+        refuse_unless(is_high_resolution(s.form),
+                      "these --waveforms need a form with the high-resolution time: hr, packed-hr, "
+                      "shot-echo or shot-echo-blocks");
+    } else {
+        refuse_unless(!is_high_resolution(s.form),
+                      "these --waveforms need a form with the plain time: plain, packed or "
+                      "packed-rad");
+    }
+}
+
 } // namespace
 
 bool is_high_resolution(packet_form form) noexcept {
     return form == packet_form::hr || form == packet_form::packed_hr ||
            form == packet_form::shot_echo || form == packet_form::shot_echo_blocks;
+}
+
+bool is_high_resolution(waveform_form form) noexcept {
+    return form != waveform_form::none && form != waveform_form::parameters &&
+           form != waveform_form::parameters_compressed;
+}
+
+packet_form plainest_form(const scan_settings& settings) noexcept {
+    if (settings.waveforms == waveform_form::subpackages) {
+        return packet_form::shot_echo_blocks;
+    }
+    // Zones are told apart by the high-resolution time.
+    return settings.zones != 0 || is_high_resolution(settings.waveforms) ? packet_form::hr
+                                                                         : packet_form::plain;
 }
 
 double zone_length(double pulse_rate) noexcept {
@@ -68,6 +105,7 @@ void check(const scan_settings& settings) {
     check_fan(settings);
     check_zones(settings);
     check_calibration(settings);
+    check_waveforms(settings);
 }
 
 } // namespace simulator

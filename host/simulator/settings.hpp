@@ -48,7 +48,24 @@ enum class correction : std::uint8_t {
     angular_notch,          ///< the same of a curved pane; windows by the line angle
     dynamic_trigger,        ///< ringing around strong echoes; thresholds by amplitude
     dynamic_trigger_tables, ///< the same; thresholds by amplitude and distance
+    waveform,               ///< none, but the tables that come with waveforms
 };
+
+/// How the sampled waveforms of a shot stand in the stream.
+enum class waveform_form : std::uint8_t {
+    none,
+    parameters,            ///< fixed channels, 32-bit time, 16 bits a sample
+    parameters_compressed, ///< the same, differences of samples
+    hr,                    ///< fixed channels, high-resolution time, as many bits as a sample has
+    hr_compressed,
+    channel,            ///< channels told one by one, high-resolution time
+    channel_1,          ///< the same with the second kind of head
+    channel_compressed, ///< the same, differences of samples
+    subpackages,        ///< the same within the stream of shots and echoes
+};
+
+/// Whether a form tells the high-resolution time. Blocks and shots are paired by equal times.
+bool is_high_resolution(waveform_form form) noexcept;
 
 /// A choice and the word for it.
 template<class Choice>
@@ -84,7 +101,7 @@ inline constexpr std::array<named<mechanics>, 14> mechanics_models{{
     {"mirrorwheel-fanbeam", mechanics::mirrorwheel_fanbeam},
 }};
 
-inline constexpr std::array<named<correction>, 7> corrections{{
+inline constexpr std::array<named<correction>, 8> corrections{{
     {"near-range", correction::near_range},
     {"amplitude-range", correction::amplitude_range},
     {"range-grid", correction::range_grid},
@@ -92,6 +109,18 @@ inline constexpr std::array<named<correction>, 7> corrections{{
     {"angular-notch", correction::angular_notch},
     {"dynamic-trigger", correction::dynamic_trigger},
     {"dynamic-trigger-tables", correction::dynamic_trigger_tables},
+    {"waveform", correction::waveform},
+}};
+
+inline constexpr std::array<named<waveform_form>, 8> waveform_forms{{
+    {"channel", waveform_form::channel},
+    {"channel-1", waveform_form::channel_1},
+    {"channel-compressed", waveform_form::channel_compressed},
+    {"subpackages", waveform_form::subpackages},
+    {"hr", waveform_form::hr},
+    {"hr-compressed", waveform_form::hr_compressed},
+    {"parameters", waveform_form::parameters},
+    {"parameters-compressed", waveform_form::parameters_compressed},
 }};
 
 /// The choice that a word of such a list stands for. The word must be one of them.
@@ -120,6 +149,7 @@ struct scan_settings {
     packet_form form = packet_form::plain;
     mechanics optics = mechanics::mirrorwheel;
     std::set<correction> calibration;
+    waveform_form waveforms = waveform_form::none;
     /// Zones of range, each as long as light goes forth and back between two pulses, that are
     /// measured line by line in turn. 0 for a scanner whose range ends before the next pulse.
     std::uint32_t zones = 0;
@@ -131,6 +161,9 @@ double zone_length(double pulse_rate) noexcept;
 
 /// Pulse rate at which the scene reaches into the last of so many zones.
 double pulse_rate_for(std::uint32_t zones) noexcept;
+
+/// The simplest form of packets that goes with the other settings.
+packet_form plainest_form(const scan_settings& settings) noexcept;
 
 /// Throws std::invalid_argument, with a text for the user, for settings that contradict each other.
 void check(const scan_settings& settings);

@@ -18,6 +18,10 @@ class shot_writer {
     void shot(const scanlib::packed_shot& s);
     void echo(const scanlib::packed_echo& e);
 
+    /// Sample blocks of the newest shot, in `shot_echo_blocks` only.
+    void block_head(const scanlib::packed_block_head& head) { packed_->block_head(head); }
+    void block(const scanlib::packed_block& b) { packed_->block(b); }
+
     /// Writes what is held back; due before a packet of another kind.
     void flush();
 

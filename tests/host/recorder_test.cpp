@@ -386,6 +386,33 @@ TEST(Settings, ThatContradictEachOtherAreRefused) {
     EXPECT_TRUE(refused([](auto& s) {
         s.calibration = {correction::dynamic_trigger, correction::dynamic_trigger_tables};
     }));
+    EXPECT_TRUE(refused([](auto& s) { s.calibration = {correction::waveform}; }));
+    EXPECT_TRUE(refused([](auto& s) { s.waveforms = waveform_form::channel; }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.waveforms = waveform_form::parameters;
+        s.form = packet_form::hr;
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.waveforms = waveform_form::subpackages;
+        s.form = packet_form::shot_echo;
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.waveforms = waveform_form::parameters;
+        s.optics = mechanics::mirrorwheel_fanbeam;
+    }));
+    EXPECT_TRUE(refused([](auto& s) {
+        s.waveforms = waveform_form::channel;
+        s.form = packet_form::hr;
+        s.zones = 2;
+        s.pulse_rate = pulse_rate_for(2);
+    }));
+    for (const auto& entry : waveform_forms) {
+        EXPECT_FALSE(refused([&](auto& s) {
+            s.waveforms = entry.value;
+            s.form = plainest_form(s);
+            s.calibration = {correction::waveform};
+        })) << entry.name;
+    }
 }
 
 TEST(Recorder, CountersWrapWithoutATrace) {

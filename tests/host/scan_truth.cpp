@@ -4,12 +4,21 @@
 //                                      scanner with a fan of beams
 //   scan_truth distances SEED          reads points and writes the distance of each to the nearest
 //                                      surface
-// All numbers are 64-bit floats, three for a vector.
+//   scan_truth waveforms SHOTS SEED FORM
+//                                      writes a record for each run of samples: PPS time of the
+//                                      shot, time of the first sample behind it, channel, count,
+//                                      and 200 samples of 16 bits of which those count
+// All numbers are 64-bit floats, three for a vector, but channel and count, which have 32 bits.
 #include "simulator/instrument.hpp"
+#include "simulator/recorder.hpp"
 #include "simulator/scene.hpp"
+
+#include "scanlib/connection.hpp"
+#include "scanlib/rxpmarker.hpp"
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 namespace {
@@ -51,6 +60,31 @@ bool write_fan(simulator::scan_settings settings) {
     return true;
 }
 
+/// Takes everything and keeps nothing.
+class nowhere : public scanlib::basic_wconnection {
+  public:
+    std::int64_t write(const char*, std::int64_t n) override { return n; }
+};
+
+/// Takes the samples where they are made, ahead of all packing.
+bool write_waveforms(const simulator::scan_settings& settings) {
+    scanlib::packet_emitter emitter(std::make_shared<scanlib::encoder_rxpmarker>(
+        std::make_shared<nowhere>(), scanlib::encoder_capacity, scanlib::encoder_headroom, true));
+    simulator::recorder recorder(settings, emitter);
+    bool good = true;
+    recorder.listen([&](const simulator::shot& s, const simulator::sampled_shot& sampled) {
+        for (const simulator::sample_run& run : sampled.runs()) {
+            const double start = run.first / simulator::digitiser::sampling_rate - sampled.phase;
+            const std::uint32_t numbers[] = {run.channel, static_cast<std::uint32_t>(run.count)};
+            good = good && put(s.pps_time) && put(start) &&
+                   std::fwrite(numbers, sizeof numbers, 1, stdout) == 1 &&
+                   std::fwrite(run.room.data(), sizeof run.room, 1, stdout) == 1;
+        }
+    });
+    recorder.run([](std::uint64_t) {});
+    return good;
+}
+
 bool write_distances(std::uint64_t seed) {
     const simulator::scene scene(seed);
     simulator::vector3 point{};
@@ -73,6 +107,13 @@ int main(int argc, char** argv) {
         settings.pulse_rate = std::strtod(argv[3], nullptr);
         settings.seed = std::strtoull(argv[4], nullptr, 10);
         good = what == "fan" ? write_fan(settings) : write_times(settings);
+    } else if (what == "waveforms" && argc == 5) {
+        simulator::scan_settings settings;
+        settings.shots = std::strtoull(argv[2], nullptr, 10);
+        settings.seed = std::strtoull(argv[3], nullptr, 10);
+        settings.waveforms = simulator::choice_of(simulator::waveform_forms, argv[4]);
+        settings.form = simulator::plainest_form(settings);
+        good = write_waveforms(settings);
     } else if (what == "distances" && argc == 3) {
         good = write_distances(std::strtoull(argv[2], nullptr, 10));
     }

@@ -150,5 +150,34 @@ TEST(Tree, ABeamThroughTheMiddleCrossesEachLayerTwiceAndTheTrunkOnce) {
     EXPECT_EQ(t.trunk_hit({0, 0, -6}, {1, 0, 0}, normal), beyond_everything);
 }
 
+TEST(Scene, RefractedBeamsReachTheGroundBelowTheWaterAtTheToldDepth) {
+    const scene s(1);
+    random_source random(1);
+    hit_list hits;
+    int seen = 0;
+    for (int n = 0; n < 200000; ++n) {
+        const double azimuth = random.between(0, 6.2831853);
+        const double down = random.between(0.02, 0.1);
+        const double along = std::sqrt(1 - down * down);
+        const vector3 direction{along * std::cos(azimuth), along * std::sin(azimuth), -down};
+        s.cast({0, 0, 0}, direction, 300, random, hits);
+        for (const surface_hit& hit : hits) {
+            if (hit.made_of != material::water) {
+                EXPECT_EQ(hit.depth, 0);
+                continue;
+            }
+            ++seen;
+            // Snell's law, by angles from the vertical.
+            const double below = std::asin(along / 1.33);
+            const vector3 refracted{std::sin(below) * std::cos(azimuth),
+                                    std::sin(below) * std::sin(azimuth), -std::cos(below)};
+            const vector3 bottom = hit.range * direction + (hit.depth / 1.33) * refracted;
+            ASSERT_GT(hit.depth, 0);
+            ASSERT_LT(s.distance(bottom), 0.01);
+        }
+    }
+    EXPECT_GT(seen, 100);
+}
+
 } // namespace
 } // namespace simulator
