@@ -102,6 +102,9 @@ class basic_packets {
                              std::uint32_t limit, std::size_t count, const std::uint32_t* payload,
                              const std::uint32_t* end) const;
     bool unknown_attempt(const packet_head& head);
+    bool unknown_attempts(const packet_head& head, std::uint32_t version, std::uint32_t lowest,
+                          bool& walk);
+    void known_attempt(packet_index n, const packet_head& head, std::uint32_t version);
 
     short_code_table short_codes_;
     loss_log* losses_ = nullptr;

@@ -80,57 +80,77 @@ bool basic_packets::unknown_attempt(const packet_head& head) {
     return packet_wish == unknown_walk::more || wish == unknown_walk::more;
 }
 
+/// One attempt of a version that the catalogue knows.
+inline void basic_packets::known_attempt(packet_index n, const packet_head& head,
+                                         std::uint32_t version) {
+    if (n == packet_index::void_data) [[unlikely]] {
+        continue_chain = false;
+    }
+    if (!selection.test(n)) [[unlikely]] {
+        return;
+    }
+    current = {head.id, version};
+    on_packet(current, head);
+    if (words_between(head.payload, head.end) < detail::fixed_words[static_cast<std::size_t>(n)])
+        [[unlikely]] {
+        deliver_short(n, head.payload, head.end);
+    } else {
+        deliver(n, head.payload, head.end);
+    }
+}
+
 bool basic_packets::dispatch(const std::uint32_t* begin, const std::uint32_t* end) {
     if (begin == end) {
         return stop_request;
     }
     const packet_head head = read_head(begin, end, short_codes_);
     const detail::packet_family& family = detail::family_of(head.id);
-    const std::size_t payload_words = words_between(head.payload, head.end);
     ++packet_count;
     continue_chain = true;
-    bool walk_unknown = selection.test(packet_index::unknown);
-    if (detail::member_of(family, head.version) == packet_index::unknown) {
-        note_loss(loss::unknown_packet);
-    }
+    const std::uint32_t above = family.base + family.count; // the versions that are known end here
     std::uint32_t version = head.version;
-    while (true) {
-        const packet_index n = detail::member_of(family, version);
-        if (n == packet_index::unknown) {
-            if (walk_unknown) {
-                current = {head.id, version};
-                walk_unknown = unknown_attempt(head);
-            }
-            if (!walk_unknown) {
-                // Nobody hears of the versions between here and the newest known one below, if
-                // there is one.
-                if (family.count == 0 || version < family.base) {
-                    return stop_request;
-                }
-                version = family.base + family.count;
-            }
-        } else {
-            if (n == packet_index::void_data) {
-                continue_chain = false;
-                if (!selection.test(n)) {
-                    return stop_request;
-                }
-            }
-            if (selection.test(n)) {
-                current = {head.id, version};
-                on_packet(current, head);
-                if (payload_words < detail::fixed_words[static_cast<std::size_t>(n)]) [[unlikely]] {
-                    deliver_short(n, head.payload, head.end);
-                } else {
-                    deliver(n, head.payload, head.end);
-                }
-            }
+    bool walk = selection.test(packet_index::unknown);
+    if (family.count == 0 || version < family.base || version >= above) [[unlikely]] {
+        note_loss(loss::unknown_packet);
+        if (!unknown_attempts(head, version, version >= above ? above : 0, walk) ||
+            family.count == 0 || version < family.base) {
+            return stop_request;
         }
+        version = above - 1;
+    }
+    // Known versions stand side by side.
+    const std::uint16_t* const first = &detail::chain[family.first];
+    const std::uint16_t* member = first + (version - family.base);
+    while (true) {
+        known_attempt(static_cast<packet_index>(*member), head, version);
         if (!continue_chain || version == 0) {
             return stop_request;
         }
         --version;
+        if (member == first) [[unlikely]] {
+            unknown_attempts(head, version, 0, walk);
+            return stop_request;
+        }
+        --member;
     }
+}
+
+/// Attempts of the unknown versions from `version` down to `lowest`, as long as `walk` tells that
+/// somebody wants to hear of them. False when the chain ends here.
+bool basic_packets::unknown_attempts(const packet_head& head, std::uint32_t version,
+                                     std::uint32_t lowest, bool& walk) {
+    while (walk) {
+        current = {head.id, version};
+        walk = unknown_attempt(head);
+        if (!continue_chain) {
+            return false;
+        }
+        if (version == lowest) {
+            break;
+        }
+        --version;
+    }
+    return true;
 }
 
 } // namespace scanlib

@@ -1,0 +1,2 @@
+// Owns the headers that the tests share; never run.
+int main() {}
