@@ -7,6 +7,7 @@
 
 #include "scanlib/connection.hpp"
 #include "scanlib/file_set.hpp"
+#include "scanlib/loss_log.hpp"
 
 namespace scanlib {
 
@@ -56,6 +57,12 @@ class file_rconnection : public basic_rconnection {
     std::unique_ptr<files> files_;
     std::atomic<bool> cancelled_{false};
 };
+
+/// The report of a connection that reads files; null for any other.
+const file_set_report* report_of(const basic_rconnection& connection) noexcept;
+
+/// Counts the unread files of a connection that are not counted yet, at its position.
+void note_unread_files(basic_rconnection& connection, loss_log& losses);
 
 /// Writes a file anew. Constructed means open; destroyed means closed. Bytes are buffered: without
 /// `finish` nobody hears of those that the file did not take in the end.

@@ -243,6 +243,20 @@ void file_rconnection::seek(std::uint64_t position) {
     position_ = position;
 }
 
+const file_set_report* report_of(const basic_rconnection& connection) noexcept {
+    const auto* files = dynamic_cast<const file_rconnection*>(&connection);
+    return files == nullptr ? nullptr : &files->report();
+}
+
+void note_unread_files(basic_rconnection& connection, loss_log& losses) {
+    const file_set_report* report = report_of(connection);
+    const std::uint64_t noted = losses.count(loss::unread_file);
+    if (report != nullptr && report->unread.size() > noted) {
+        losses.at(connection.position());
+        losses.note(loss::unread_file, report->unread.size() - noted);
+    }
+}
+
 struct file_wconnection::file {
     buffered_file out;
 };
