@@ -24,7 +24,7 @@ constexpr std::uint32_t files_of_set = 5;
 class recordings {
   public:
     recordings() {
-        std::string name = (fs::temp_directory_path() / "bench_connectionXXXXXX").string();
+        std::string name = (fs::temp_directory_path() / "bench_file_setsXXXXXX").string();
         folder_ = mkdtemp(name.data());
         std::mt19937_64 random(1);
         std::vector<std::uint64_t> words(stream_bytes / sizeof(std::uint64_t));
@@ -105,7 +105,7 @@ void file_set(benchmark::State& state, std::size_t read_bytes) {
     state.counters["ratio"] = set_seconds / whole_seconds;
 }
 
-BENCHMARK_CAPTURE(file_set, reads4K, 4096)->Name("connection/set-of-5/reads4K");
-BENCHMARK_CAPTURE(file_set, reads1M, 1u << 20)->Name("connection/set-of-5/reads1M");
+BENCHMARK_CAPTURE(file_set, reads4K, 4096)->Name("file-sets/set-of-5/reads4K");
+BENCHMARK_CAPTURE(file_set, reads1M, 1u << 20)->Name("file-sets/set-of-5/reads1M");
 
 } // namespace
