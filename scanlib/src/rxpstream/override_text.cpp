@@ -1,3 +1,5 @@
+#define BOOST_BIND_GLOBAL_PLACEHOLDERS // the parser still uses them, and says so at length without
+
 #include "scanlib/override_text.hpp"
 
 #include <sstream>
