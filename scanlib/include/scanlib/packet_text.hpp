@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ios>
 #include <iosfwd>
@@ -48,21 +49,25 @@ std::istream& operator>>(std::istream& in, packet_id& id);
 /// Writes the line of a packet whose payload is begin to end, and flushes. A payload shorter than a
 /// kind without sequence reads as if followed by zero bits. Throws std::range_error ("Missing data
 /// for sequence.", "Buffer too small for utf8seq.") for one shorter than the fixed part before a
-/// sequence.
+/// sequence; nothing is written then.
 void print_packet(std::ostream& out, packet_id id, const std::uint32_t* begin,
                   const std::uint32_t* end);
 
+/// Writes what follows the pair in that line, and flushes. Throws as print_packet does.
+void print_packet_fields(std::ostream& out, packet_id id, const std::uint32_t* begin,
+                         const std::uint32_t* end);
+
 /// Reads the fields behind the pair into the words of a payload. On bad text (also: a number that
-/// does not fit its field, infinity and NaN, a sequence that would make more than longest_text_body
-/// words) the fail bit is set and `body` is empty. Empty, too, for a pair that the catalogue does
-/// not have, of which nothing is read.
+/// does not fit its field, infinity and NaN, a sequence longer than its kind allows) the fail bit
+/// is set and `body` is empty. Empty, too, for a pair that the catalogue does not have, of which
+/// nothing is read.
 std::istream& read_packet(std::istream& in, packet_id id, std::vector<std::uint32_t>& body);
 
 /// Reads the words of a line in hexadecimal, as lines of unknown kinds hold them, up to the first
 /// character that is no comma. Fails as read_packet does.
 std::istream& read_packet_words(std::istream& in, std::vector<std::uint32_t>& body);
 
-/// Most words of a payload that the readers make: what the framing lets pass.
+/// Most words of a payload that the readers make. The framing lets no longer one pass.
 inline constexpr std::size_t longest_text_body = std::size_t{1} << 20;
 
 /// The fields as text, in the form without the numeric flag: an array or a sequence is one string,
@@ -70,5 +75,22 @@ inline constexpr std::size_t longest_text_body = std::size_t{1} << 20;
 /// Throws as print_packet does.
 std::vector<std::string> packet_fields(packet_id id, const std::uint32_t* begin,
                                        const std::uint32_t* end);
+
+enum class pair_form : std::uint8_t { named, numeric };
+
+/// Appends the line that print_packet writes to a stream in its first state, without a stream. For
+/// large amounts. Throws as print_packet does; nothing is appended then.
+void append_packet(std::string& text, packet_id id, const std::uint32_t* begin,
+                   const std::uint32_t* end, pair_form form = pair_form::named);
+
+/// Appends a packet as one of an unknown kind, whatever the catalogue knows of it: `unknown (10.2)`
+/// and its words. The line keeps a payload that its kind's fields do not cover.
+void append_packet_words(std::string& text, packet_id id, const std::uint32_t* begin,
+                         const std::uint32_t* end);
+
+/// Whether reading back the line of a packet gives just these words again. It does not where words
+/// or bits lie outside the listed fields, for text that a line cannot hold, for infinity and NaN,
+/// and for kinds that the catalogue does not have.
+bool text_holds_packet(packet_id id, const std::uint32_t* begin, const std::uint32_t* end);
 
 } // namespace scanlib
