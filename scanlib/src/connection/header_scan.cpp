@@ -19,20 +19,41 @@ std::uint32_t word_at(const char* data, std::size_t i) noexcept {
     return word;
 }
 
+// Blocks of words, which the compiler turns into vector compares.
+constexpr std::size_t block = 64;
+
+bool block_has_start_word(const char* data) noexcept {
+    std::uint32_t any = 0;
+    for (std::size_t i = 0; i < block; ++i) {
+        any |= word_at(data, i) == start_word ? 1u : 0u;
+    }
+    return any != 0;
+}
+
+/// The pair may begin with the block's last word, so that one word more is read.
+bool block_has_pair(const char* data) noexcept {
+    std::uint32_t any = 0;
+    for (std::size_t i = 0; i < block; ++i) {
+        const std::uint32_t differs =
+            (word_at(data, i) ^ start_word) | (word_at(data, i + 1) ^ header_word);
+        any |= differs == 0 ? 1u : 0u;
+    }
+    return any != 0;
+}
+
 /// First i below `words` - 1 at which the two words of a header's start stand, else `words` - 1.
-/// Searched in blocks that the compiler turns into vector compares.
 std::size_t pair_from(const char* data, std::size_t i, std::size_t words) noexcept {
-    constexpr std::size_t block = 32;
     const std::size_t last = words - 1;
-    for (; i + block <= last; i += block) {
-        const char* p = data + i * word_bytes;
-        std::uint32_t any = 0;
-        for (std::size_t j = 0; j < block; ++j) {
-            any |= word_at(p, j) == start_word && word_at(p, j + 1) == header_word ? 1u : 0u;
-        }
-        if (any != 0) {
-            break;
-        }
+    const auto block_holds_it = [&](std::size_t at) {
+        const char* const p = data + at * word_bytes;
+        return block_has_start_word(p) && block_has_pair(p);
+    };
+    while (i + block <= last && !block_holds_it(i)) {
+        i += block;
+    }
+    // The last block may overlap the one before.
+    if (i + block > last && last >= block && !block_holds_it(last - block)) {
+        return last;
     }
     while (i < last && (word_at(data, i) != start_word || word_at(data, i + 1) != header_word)) {
         ++i;

@@ -10,7 +10,8 @@ namespace scanlib {
 
 namespace {
 
-constexpr std::size_t extension_digits = 3;
+constexpr std::streamsize buffer_bytes = 0x40000;
+constexpr std::ptrdiff_t extension_digits = 3;
 
 std::string extension_text(std::uint32_t number) {
     char text[16];
@@ -21,7 +22,7 @@ std::string extension_text(std::uint32_t number) {
 /// Whether `name` is that of a log, "_" and three digits.
 bool is_extension(const std::string& name, const std::string& log) {
     const auto is_digit = [](unsigned char c) { return std::isdigit(c) != 0; };
-    return name.size() == log.size() + 1 + extension_digits && name.starts_with(log) &&
+    return name.size() == log.size() + 1 + std::size_t{extension_digits} && name.starts_with(log) &&
            name[log.size()] == '_' &&
            std::all_of(name.end() - extension_digits, name.end(), is_digit);
 }
@@ -32,6 +33,10 @@ void stream_log::begin_file(const std::filesystem::path& path) {
     present_ = path;
     written_ = 0;
     file_.clear();
+    if (!memory_) {
+        memory_ = std::make_unique<char[]>(buffer_bytes);
+    }
+    file_.rdbuf()->pubsetbuf(memory_.get(), buffer_bytes);
     file_.open(path, std::ios::binary | std::ios::trunc);
 }
 

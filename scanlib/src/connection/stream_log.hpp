@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 
 namespace scanlib {
@@ -34,6 +35,7 @@ class stream_log {
     void remove_extensions() const;
     [[noreturn]] void fail();
 
+    std::unique_ptr<char[]> memory_; ///< the file's buffer, once a log was opened
     std::ofstream file_;
     std::filesystem::path path_;    ///< of the log, absolute
     std::filesystem::path present_; ///< of the file that is open
