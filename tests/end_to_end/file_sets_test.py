@@ -217,6 +217,49 @@ class Summary(FileSetTest):
         self.assertEqual(told['bytes'], len(self.bytes))
 
 
+class Overridden(FileSetTest):
+    recording = 'override-values'
+
+    def setUp(self):
+        super().setUp()
+        with open(os.path.join(RECORDINGS, self.recording, NAME + '.pxp'), 'rb') as f:
+            self.write(NAME + '.pxp', f.read())
+        self.write(MAIN, self.bytes)
+        self.convert(MAIN)
+        self.whole = self.read(NAME + '.k7')
+
+    def test_cut_anywhere_in_the_header_is_corrected_as_the_whole_file(self):
+        for cut in range(1, 160, 3):
+            self.remove_inputs()
+            self.split(self.bytes, [cut, cut + 1, cut + 40])
+            result, _ = self.convert(MAIN)
+            self.assertEqual(result['override'], NAME + '.pxp')
+            self.assertTrue(self.read(NAME + '.k7') == self.whole, cut)
+
+    def test_header_in_the_prefixes_is_corrected_too(self):
+        for cuts in ([16, 500], [500, 900], [20, 24], [0, 18]):
+            self.remove_inputs()
+            self.split(self.bytes, cuts, 2)
+            self.convert(MAIN)
+            self.assertTrue(self.read(NAME + '.k7') == self.whole, cuts)
+
+    def test_second_choice_corrects_as_the_first(self):
+        os.rename(self.path(NAME + '.pxp'), self.path(NAME + '.override.pxp'))
+        result, _ = self.convert(MAIN)
+        self.assertEqual(result['override'], NAME + '.override.pxp')
+        self.assertTrue(self.read(NAME + '.k7') == self.whole)
+
+    def test_empty_first_choice_leaves_the_header_alone(self):
+        os.rename(self.path(NAME + '.pxp'), self.path(NAME + '.override.pxp'))
+        self.write('plain.rxp', self.bytes)
+        self.convert('plain.rxp')
+        self.write(NAME + '.pxp')
+        result, _ = self.convert(MAIN)
+        self.assertEqual(result['override'], NAME + '.pxp')
+        self.assertTrue(self.read(NAME + '.k7') == self.read('plain.k7'))
+        self.assertFalse(self.read(NAME + '.k7') == self.whole)
+
+
 class Unread(FileSetTest):
     def setUp(self):
         super().setUp()
@@ -284,7 +327,7 @@ class Unread(FileSetTest):
         os.truncate(self.path(NAME + '.pxp'), 1 << 32)
         result, messages = self.convert(MAIN, code=3)
         self.assertLess(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss, 1 << 20, 'KiB')
-        self.assertIn('larger than 67108864 bytes', result['text'])
+        self.assertIn('larger than 16777216 bytes', result['text'])
         self.assertIn(NAME + '.pxp', messages)
         self.assertFalse(glob.glob(self.path('*.k7*')))
 
