@@ -20,8 +20,9 @@ void expect(std::istream& in, char c) {
 }
 
 bool is_next(std::istream& in, char c) {
-    in >> std::ws;
-    return in.good() && in.peek() == std::istream::traits_type::to_int_type(c);
+    // Skipping white space at the end of the text would fail.
+    return in.good() && (in >> std::ws).good() &&
+           in.peek() == std::istream::traits_type::to_int_type(c);
 }
 
 std::uint64_t read_integer(std::istream& in, std::size_t width, bool is_signed) {
