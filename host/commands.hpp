@@ -15,5 +15,7 @@ void add_info(CLI::App& app, exit_code& result);
 void add_points(CLI::App& app, exit_code& result);
 void add_inspect(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);
+void add_dump(CLI::App& app, exit_code& result);
+void add_assemble(CLI::App& app, exit_code& result);
 
 } // namespace host
