@@ -74,6 +74,19 @@ TEST(HostileText, ASequenceBeyondItsKindsLimitFails) {
     EXPECT_TRUE(read_text(many("header_ext (43.0), [", "{0, 1}, ", 255, "]")).failed);
 }
 
+TEST(HostileText, AnElementBeyondTheLimitPassesWhereItsWordIsThereAnyway) {
+    // 16 bits and 1986 elements of 16 end within a word, so that the view counts one element more.
+    const auto read = read_text(many("reftab_table (69.0), 5, [", "1,", 1987, "]"));
+    EXPECT_FALSE(read.failed);
+    EXPECT_EQ(read_text(text_of(read.id, read.body)).body, read.body);
+    EXPECT_TRUE(read_text(many("reftab_table (69.0), 5, [", "1,", 1988, "]")).failed);
+}
+
+TEST(HostileText, AZeroByteInATextFails) {
+    EXPECT_TRUE(read_text(std::string("header (1.0), \"a\0b\", \"\", \"\", []", 32)).failed);
+    EXPECT_TRUE(read_text(std::string("json_parameters (155.0), 7, \"a\0\"", 32)).failed);
+}
+
 TEST(HostileText, ASequenceWithoutLimitEndsWhereNoStreamCouldHoldIt) {
     const std::size_t fit = scanlib::longest_text_body - 1;
     EXPECT_FALSE(read_text(many("blob_uint32 (58.0), 0, [", "1,", fit, "]")).failed);
