@@ -6,7 +6,9 @@
 
 namespace scanlib {
 
-log_file::log_file() = default;
+log_file::log_file() {
+    free_.reserve(blocks);
+}
 
 log_file::~log_file() {
     close();
@@ -26,12 +28,11 @@ bool log_file::open(const std::filesystem::path& path) {
 
 bool log_file::write(const char* data, std::size_t n) {
     while (n != 0) {
-        std::unique_ptr<char[]>& block = memory_[present_];
-        if (!block) {
-            block = std::make_unique<char[]>(block_bytes);
+        if (!present_) {
+            present_ = std::make_unique<char[]>(block_bytes);
         }
         const std::size_t k = std::min(n, block_bytes - filled_);
-        std::memcpy(block.get() + filled_, data, k);
+        std::memcpy(present_.get() + filled_, data, k);
         filled_ += k;
         data += k;
         n -= k;
@@ -49,18 +50,23 @@ bool log_file::put(const char* data, std::size_t n) noexcept {
     return !failed_;
 }
 
-/// Gives the present block to the thread and goes on to the next one, once that is written.
+/// Gives the present block to the thread, which must not be too far behind.
 void log_file::hand_over() {
     if (!thread_.joinable()) {
         ending_ = false;
         thread_ = std::thread([this] { work(); });
     }
     std::unique_lock lock(mutex_);
-    ++waiting_;
-    changed_.notify_all();
     changed_.wait(lock, [this] { return waiting_ < blocks; });
-    present_ = (present_ + 1) % blocks;
+    full_[(next_ + waiting_) % blocks] = std::move(present_);
+    ++waiting_;
+    if (!free_.empty()) {
+        present_ = std::move(free_.back());
+        free_.pop_back();
+    }
     filled_ = 0;
+    lock.unlock();
+    changed_.notify_all();
 }
 
 void log_file::work() {
@@ -70,11 +76,12 @@ void log_file::work() {
         if (waiting_ == 0) {
             return;
         }
-        const std::size_t first = next_;
+        const char* const first = full_[next_].get();
         lock.unlock();
-        put(memory_[first].get(), block_bytes);
+        put(first, block_bytes);
         lock.lock();
-        next_ = (first + 1) % blocks;
+        free_.push_back(std::move(full_[next_]));
+        next_ = (next_ + 1) % blocks;
         --waiting_;
         changed_.notify_all();
     }
@@ -88,7 +95,7 @@ bool log_file::flush() {
     changed_.wait(lock, [this] { return waiting_ == 0; });
     lock.unlock();
     const std::size_t rest = std::exchange(filled_, 0);
-    return rest == 0 ? !failed_ : put(memory_[present_].get(), rest);
+    return rest == 0 ? !failed_ : put(present_.get(), rest);
 }
 
 void log_file::end_thread() {

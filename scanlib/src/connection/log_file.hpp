@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace scanlib {
 
@@ -35,9 +36,10 @@ class log_file {
     bool close();
 
   private:
-    /// As many as the cache holds, and together what a disk that pauses for moments needs.
+    /// Together what a disk that pauses for moments needs; one of them fits the cache.
     static constexpr std::size_t block_bytes = 0x40000;
     static constexpr std::size_t blocks = 16;
+    using block = std::unique_ptr<char[]>;
 
     bool put(const char* data, std::size_t n) noexcept;
     void hand_over();
@@ -45,16 +47,17 @@ class log_file {
     void end_thread();
 
     std::FILE* file_ = nullptr;
-    std::array<std::unique_ptr<char[]>, blocks> memory_; ///< a ring; allocated when reached
-    std::size_t present_ = 0;                            ///< block that is being filled
-    std::size_t filled_ = 0;                             ///< bytes of it
+    block present_;          ///< is being filled; allocated when first needed
+    std::size_t filled_ = 0; ///< bytes of it
     std::atomic<bool> failed_{false};
 
     std::thread thread_;
     std::mutex mutex_; ///< guards what follows
     std::condition_variable changed_;
-    std::size_t next_ = 0;    ///< block that is written next
-    std::size_t waiting_ = 0; ///< full blocks from there on
+    std::array<block, blocks> full_; ///< a ring
+    std::size_t next_ = 0;           ///< the one that is written next
+    std::size_t waiting_ = 0;        ///< full ones from there on
+    std::vector<block> free_;        ///< the last one written is the next to be filled
     bool ending_ = false;
 };
 
