@@ -1,6 +1,7 @@
 #include "commands.hpp"
 #include "conversion_report.hpp"
 #include "input_file.hpp"
+#include "input_registry.hpp"
 #include "numbers.hpp"
 #include "output_folder.hpp"
 #include "progress.hpp"
@@ -14,11 +15,11 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -87,20 +88,26 @@ std::filesystem::path output_of(const convert_options& options, const std::strin
     throw CLI::ValidationError("convert", reason);
 }
 
-/// Refuses inputs that would overwrite each other's output, or an input.
+/// Refuses inputs that would overwrite each other's output, or a file of an input.
 void check_outputs(const convert_options& options) {
-    for (std::size_t i = 0; i < options.inputs.size(); ++i) {
-        const auto output = output_of(options, options.inputs[i]);
-        for (std::size_t j = 0; j < options.inputs.size(); ++j) {
-            if (i < j && output == output_of(options, options.inputs[j])) {
-                refuse("\"" + options.inputs[i] + "\" and \"" + options.inputs[j] +
-                       "\" would both be written to \"" + output.string() + "\"");
-            }
-            std::error_code missing;
-            if (std::filesystem::equivalent(output, options.inputs[j], missing)) {
-                refuse("the output of \"" + options.inputs[i] + "\" would overwrite the input \"" +
-                       options.inputs[j] + "\"");
-            }
+    input_registry read;
+    for (const std::string& input : options.inputs) {
+        read.add(input);
+    }
+    std::map<std::filesystem::path, std::string> written; // and from which input
+    for (const std::string& input : options.inputs) {
+        const auto output = output_of(options, input);
+        const auto [other, fresh] = written.try_emplace(output, input);
+        if (!fresh) {
+            refuse("\"" + other->second + "\" and \"" + input + "\" would both be written to \"" +
+                   output.string() + "\"");
+        }
+        if (const auto* const victim = read.find(output)) {
+            refuse("the output of \"" + input + "\" would overwrite " +
+                   (victim->file == victim->input
+                        ? "the input \"" + victim->input + "\""
+                        : "\"" + victim->file + "\", which belongs to the input \"" +
+                              victim->input + "\""));
         }
     }
 }
@@ -145,8 +152,9 @@ exit_code code_of_result(const conversion_result& result) {
         return exit_code::input_unreadable;
     }
     // With a text alone, what there was is stored, but it told too little.
-    return result.summary.interrupted || !result.text.empty() ? exit_code::input_damaged
-                                                              : exit_code::good;
+    const bool damaged = result.summary.interrupted || !result.text.empty() ||
+                         !result.summary.recording.unread.empty();
+    return damaged ? exit_code::input_damaged : exit_code::good;
 }
 
 void convert_readable(const convert_options& options, conversion_result& result) {

@@ -8,6 +8,8 @@
 
 #include "driver.hpp"
 #include "losses.hpp"
+#include "recording_files.hpp"
+#include "scanlib/file_connection.hpp"
 #include "scanlib/pointcloud.hpp"
 #include "scanlib/rxpmarker.hpp"
 #include "text_files.hpp"
@@ -248,6 +250,7 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
     try {
         connection->open();
         output.opened();
+        scanlib::note_unread_files(*connection, report.losses);
         Pass pass(input, file, wfm, *connection, connection, report);
         text = pass.run();
         if (text.empty()) {
@@ -260,6 +263,8 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
         text = interrupted("unknown exception",
                            "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
     }
+    scanlib::note_unread_files(*connection, report.losses);
+    summary.recording = files_of(*connection);
     return summary.abandoned ? text : finish(text, summary.output, wfm);
 }
 
