@@ -1,6 +1,6 @@
 #include "assemble_lines.hpp"
 #include "commands.hpp"
-#include "simulator/recording_file.hpp"
+#include "recording_output.hpp"
 
 #include "scanlib/rxpmarker.hpp"
 
@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace host {
 
@@ -51,56 +52,6 @@ class standard_output : public scanlib::basic_wconnection {
         throw simulator::output_error("cannot write to standard output: " +
                                       std::generic_category().message(errno));
     }
-};
-
-/// The recording in the making: under another name until it is whole. Devices and pipes are written
-/// as they are.
-class recording_output {
-  public:
-    explicit recording_output(const assemble_options& options) {
-        if (options.to_standard_output()) {
-            connection_ = std::make_shared<standard_output>();
-            return;
-        }
-        std::error_code error;
-        const fs::path resolved = fs::canonical(options.output, error);
-        path_ = error ? fs::path(options.output) : resolved;
-        const bool replaceable = !fs::exists(path_, error) || fs::is_regular_file(path_, error);
-        written_ = path_;
-        written_ += replaceable ? ".part" : "";
-        connection_ = std::make_shared<simulator::recording_file>(written_);
-    }
-    recording_output(const recording_output&) = delete;
-    recording_output& operator=(const recording_output&) = delete;
-    /// What did not get its name is removed.
-    ~recording_output() {
-        connection_.reset();
-        if (written_ != path_) {
-            std::error_code ignored;
-            fs::remove(written_, ignored);
-        }
-    }
-
-    const std::shared_ptr<scanlib::basic_wconnection>& connection() const { return connection_; }
-
-    /// Gives the recording its name, once its connection is closed.
-    void publish() {
-        if (written_ == path_) {
-            return;
-        }
-        std::error_code error;
-        fs::rename(written_, path_, error);
-        if (error) {
-            throw simulator::output_error("cannot rename \"" + written_.string() + "\" to \"" +
-                                          path_.string() + "\": " + error.message());
-        }
-        written_ = path_;
-    }
-
-  private:
-    fs::path path_;
-    fs::path written_;
-    std::shared_ptr<scanlib::basic_wconnection> connection_;
 };
 
 struct closer {
@@ -173,10 +124,13 @@ exit_code tell_bad_line(const assemble_options& options, const assembly& done,
     return exit_code::input_damaged;
 }
 
-exit_code assemble_to(const assemble_options& options, std::FILE* text) {
-    recording_output output(options);
+/// Writes the packets of the text to `sink`; `publish` is called once they are all there, unless
+/// not even the first line is one.
+template<class Publish>
+exit_code assemble_to(const assemble_options& options, std::FILE* text,
+                      std::shared_ptr<scanlib::basic_wconnection> sink, Publish&& publish) {
     const auto encoder = std::make_shared<scanlib::encoder_rxpmarker>(
-        output.connection(), ring_words + longest_packet, longest_packet, true);
+        std::move(sink), ring_words + longest_packet, longest_packet, true);
     scanlib::packet_emitter emitter(encoder);
     line_source source(text);
     line_assembler assembler(emitter);
@@ -186,15 +140,21 @@ exit_code assemble_to(const assemble_options& options, std::FILE* text) {
     }
     encoder->mark_end();
     encoder->flush();
-    output.publish();
-    if (!done.error.empty()) {
-        return tell_bad_line(options, done, emitter.packets());
+    publish(emitter.packets());
+    return done.error.empty() ? exit_code::good : tell_bad_line(options, done, emitter.packets());
+}
+
+exit_code assemble_to_output(const assemble_options& options, std::FILE* text) {
+    if (options.to_standard_output()) {
+        return assemble_to(options, text, std::make_shared<standard_output>(),
+                           [](std::uint64_t) {});
     }
-    if (!options.to_standard_output()) {
+    recording_output output(options.output);
+    return assemble_to(options, text, output.connection(), [&](std::uint64_t packets) {
+        output.publish();
         std::printf("%s\n  packets    %llu\n", options.output.c_str(),
-                    static_cast<unsigned long long>(emitter.packets()));
-    }
-    return exit_code::good;
+                    static_cast<unsigned long long>(packets));
+    });
 }
 
 exit_code run(const assemble_options& options) {
@@ -207,7 +167,7 @@ exit_code run(const assemble_options& options) {
         return exit_code::input_unreadable;
     }
     try {
-        return assemble_to(options, text.get());
+        return assemble_to_output(options, text.get());
     } catch (const simulator::output_error& e) {
         std::fprintf(stderr, "rxp2k7: %s\n", e.what());
         return exit_code::output_failed;

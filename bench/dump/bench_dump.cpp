@@ -1,9 +1,9 @@
 // Recordings as text: a file in the page cache, read, framed and printed to memory.
 #include "dump_lines.hpp"
-#include "recording_walk.hpp"
 #include "simulator/recorder.hpp"
 #include "simulator/recording_file.hpp"
 
+#include "scanlib/connection.hpp"
 #include "scanlib/rxpmarker.hpp"
 
 #include <algorithm>
@@ -57,18 +57,25 @@ const recording& input() {
 
 /// Prints the recording in pieces of text; returns the number of lines.
 std::uint64_t dump(const host::dump_form& form, std::string& text) {
-    host::recording_walk walk;
-    host::dump_lines lines(form, walk.losses);
+    const std::shared_ptr<scanlib::basic_rconnection> connection(
+        scanlib::basic_rconnection::create(input().path(), "", ""));
+    connection->open();
+    scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity,
+                                       scanlib::decoder_headroom, true);
+    scanlib::loss_log losses;
+    host::dump_lines lines(form, losses);
     std::uint64_t n = 0;
-    const auto take = [&](const std::uint32_t* begin, const std::uint32_t* end) {
-        n += lines.take(begin, end, text) ? 1 : 0;
+    scanlib::basic_buffer packet;
+    for (decoder.get(packet); !packet.empty(); decoder.get(packet)) {
+        n += lines.take(packet.begin(), packet.end(), text) ? 1 : 0;
         if (text.size() > 65536) {
             benchmark::DoNotOptimize(text.data());
             text.clear();
         }
-        return true;
-    };
-    host::walk_recording(input().path(), walk, take, take);
+        if (decoder.packet_truncated()) {
+            break;
+        }
+    }
     return n;
 }
 
