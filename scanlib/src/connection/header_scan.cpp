@@ -25,7 +25,7 @@ constexpr std::size_t block = 64;
 bool block_has_start_word(const char* data) noexcept {
     std::uint32_t any = 0;
     for (std::size_t i = 0; i < block; ++i) {
-        any |= word_at(data, i) == start_word ? 1u : 0u;
+        any |= word_at(data, i) == start_word ? ~0u : 0u;
     }
     return any != 0;
 }

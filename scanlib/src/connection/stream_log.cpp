@@ -10,7 +10,6 @@ namespace scanlib {
 
 namespace {
 
-constexpr std::streamsize buffer_bytes = 0x40000;
 constexpr std::ptrdiff_t extension_digits = 3;
 
 std::string extension_text(std::uint32_t number) {
@@ -29,15 +28,10 @@ bool is_extension(const std::string& name, const std::string& log) {
 
 } // namespace
 
-void stream_log::begin_file(const std::filesystem::path& path) {
+bool stream_log::begin_file(const std::filesystem::path& path) {
     present_ = path;
     written_ = 0;
-    file_.clear();
-    if (!memory_) {
-        memory_ = std::make_unique<char[]>(buffer_bytes);
-    }
-    file_.rdbuf()->pubsetbuf(memory_.get(), buffer_bytes);
-    file_.open(path, std::ios::binary | std::ios::trunc);
+    return file_.open(path);
 }
 
 void stream_log::open(const std::string& path, std::int64_t limit) {
@@ -45,8 +39,7 @@ void stream_log::open(const std::string& path, std::int64_t limit) {
     path_ = std::filesystem::absolute(path);
     limit_ = limit;
     extension_ = 1;
-    begin_file(path_);
-    if (!file_.is_open()) {
+    if (!begin_file(path_)) {
         throw std::runtime_error("cannot create logfile");
     }
     remove_extensions();
@@ -69,7 +62,7 @@ void stream_log::remove_extensions() const {
 void stream_log::write(const char* data, std::uint64_t n) {
     const auto room = static_cast<std::uint64_t>(std::max<std::int64_t>(limit_ - written_, 0));
     const std::uint64_t k = std::min(n, room);
-    if (!file_.write(data, static_cast<std::streamsize>(k))) {
+    if (!file_.write(data, static_cast<std::size_t>(k))) {
         fail();
     }
     written_ += static_cast<std::int64_t>(k);
@@ -79,36 +72,29 @@ void stream_log::write(const char* data, std::uint64_t n) {
 }
 
 void stream_log::roll_over() {
-    file_.close();
-    if (!file_) {
+    if (!file_.close()) {
         fail();
     }
-    begin_file(path_.string() + extension_text(extension_++));
-    if (!file_.is_open()) {
+    if (!begin_file(path_.string() + extension_text(extension_++))) {
         throw std::runtime_error("cannot create logfile extension");
     }
 }
 
 void stream_log::flush() {
-    if (file_.is_open() && !file_.flush()) {
+    if (!file_.flush()) {
         fail();
     }
 }
 
 void stream_log::close() {
     limit_ = unlimited;
-    if (!file_.is_open()) {
-        return;
-    }
-    file_.close();
-    if (!file_) {
+    if (!file_.close()) {
         fail();
     }
 }
 
 void stream_log::fail() {
     file_.close();
-    file_.clear();
     throw std::runtime_error("cannot write logfile \"" + present_.string() + "\"");
 }
 

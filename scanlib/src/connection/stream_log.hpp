@@ -2,9 +2,9 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <memory>
 #include <string>
+
+#include "log_file.hpp"
 
 namespace scanlib {
 
@@ -30,13 +30,12 @@ class stream_log {
     void close();
 
   private:
-    void begin_file(const std::filesystem::path& path);
+    bool begin_file(const std::filesystem::path& path);
     void roll_over();
     void remove_extensions() const;
     [[noreturn]] void fail();
 
-    std::unique_ptr<char[]> memory_; ///< the file's buffer, once a log was opened
-    std::ofstream file_;
+    log_file file_;
     std::filesystem::path path_;    ///< of the log, absolute
     std::filesystem::path present_; ///< of the file that is open
     std::int64_t limit_ = unlimited;

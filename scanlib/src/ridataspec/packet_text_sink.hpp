@@ -58,7 +58,9 @@ class piece_sink {
         at_ = std::to_chars(at_, end(), value, std::chars_format::scientific, text_precision).ptr;
     }
     void word(std::uint32_t value) {
-        put(value == 0 ? std::string_view() : std::string_view("0x"));
+        if (value != 0) {
+            put("0x");
+        }
         make_room(longest_number);
         at_ = std::to_chars(at_, end(), value, 16).ptr;
     }
