@@ -9,6 +9,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -16,10 +17,56 @@
 
 #include "array_storage.hpp"
 #include "commit_file.hpp"
+#include "storage_library.hpp"
 
 namespace Skein {
 
+namespace storage {
+
+static_assert(std::is_same_v<Identifier, hid_t> && std::is_same_v<Status, herr_t>);
+
+std::mutex& libraryMutex() {
+    static std::mutex mutex;
+    // Files that a full disk left half closed must not be closed at exit.
+    [[maybe_unused]] static const herr_t no_exit_handler = H5dont_atexit();
+    return mutex;
+}
+
+Quiet::Quiet() {
+    H5Eget_auto2(H5E_DEFAULT, &function_, &data_);
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+}
+
+Quiet::~Quiet() {
+    H5Eset_auto2(H5E_DEFAULT, function_, data_);
+}
+
+extern "C" {
+static herr_t keepInnermost(unsigned, const H5E_error2_t* entry, void* text) {
+    try {
+        *static_cast<std::string*>(text) = entry->desc != nullptr ? entry->desc : "";
+    } catch (...) {
+        return -1;
+    }
+    return 0;
+}
+}
+
+void failFromStack() {
+    std::string text;
+    H5Ewalk2(H5E_DEFAULT, H5E_WALK_DOWNWARD, keepInnermost, &text);
+    throw Failure{text.empty() ? "unknown failure of the storage library" : text};
+}
+
+} // namespace storage
+
 namespace {
+
+using storage::check;
+using storage::Failure;
+using storage::Handle;
+using storage::libraryMutex;
+using storage::Quiet;
 
 constexpr const char* format_name = "K7";
 constexpr const char* creator = "rxp2k7";
@@ -33,88 +80,6 @@ constexpr unsigned expected_fragments = 128;
 constexpr unsigned few_links = 8;
 constexpr unsigned expected_name_length = 12; // of "Fragment_<n>"
 constexpr unsigned most_header_attributes = 64;
-
-/// What the storage library said; perform() adds action and path.
-struct Failure {
-    std::string cause;
-};
-
-/// The storage library is not safe between threads. Nor may it close files at exit that a full disk
-/// left half closed.
-std::mutex& libraryMutex() {
-    static std::mutex mutex;
-    [[maybe_unused]] static const herr_t no_exit_handler = H5dont_atexit();
-    return mutex;
-}
-
-/// Keeps the library from printing its error stack while it lives.
-class Quiet {
-  public:
-    Quiet() {
-        H5Eget_auto2(H5E_DEFAULT, &function_, &data_);
-        H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
-    }
-    Quiet(const Quiet&) = delete;
-    Quiet& operator=(const Quiet&) = delete;
-    ~Quiet() { H5Eset_auto2(H5E_DEFAULT, function_, data_); }
-
-  private:
-    H5E_auto2_t function_ = nullptr;
-    void* data_ = nullptr;
-};
-
-extern "C" {
-static herr_t keepInnermost(unsigned, const H5E_error2_t* entry, void* text) {
-    try {
-        *static_cast<std::string*>(text) = entry->desc != nullptr ? entry->desc : "";
-    } catch (...) {
-        return -1;
-    }
-    return 0;
-}
-}
-
-[[noreturn]] void failFromStack() {
-    std::string text;
-    H5Ewalk2(H5E_DEFAULT, H5E_WALK_DOWNWARD, keepInnermost, &text);
-    throw Failure{text.empty() ? "unknown failure of the storage library" : text};
-}
-
-template<class Result>
-Result check(Result result) {
-    if (result < 0) {
-        failFromStack();
-    }
-    return result;
-}
-
-/// Owns an identifier of the library.
-class Handle {
-  public:
-    using Closer = herr_t (*)(hid_t);
-
-    Handle() noexcept = default;
-    Handle(hid_t id, Closer closer) : id_(check(id)), closer_(closer) {}
-    Handle(Handle&& other) noexcept
-        : id_(std::exchange(other.id_, H5I_INVALID_HID)), closer_(other.closer_) {}
-    Handle& operator=(Handle&& other) noexcept {
-        std::swap(id_, other.id_);
-        std::swap(closer_, other.closer_);
-        return *this;
-    }
-    ~Handle() {
-        if (id_ >= 0) {
-            closer_(id_);
-        }
-    }
-
-    operator hid_t() const noexcept { return id_; }
-    void close() { check(closer_(std::exchange(id_, H5I_INVALID_HID))); }
-
-  private:
-    hid_t id_ = H5I_INVALID_HID;
-    Closer closer_ = nullptr;
-};
 
 // The file driver: hands the library's reads and writes to a CommitFile.
 

@@ -10,7 +10,8 @@ BROKEN = {
     'scanlib/src/up.cpp': ('#include "frontend/conversion.hpp"\n', 'scanlib must not include frontend/conversion.hpp'),
     'bundle_interface/src/side.cpp': ('#include "scanlib/pointcloud.hpp"\n', 'bundle_interface must not include scanlib/pointcloud.hpp'),
     'frontend/src/up.cpp': ('#include "host/convert.hpp"\n', 'frontend must not include host/convert.hpp'),
-    'frontend/src/h5.cpp': ('#include <hdf5.h>\n', 'knows HDF5'),
+    'frontend/src/h5.cpp': ('#include <hdf5.h>\n', 'know HDF5'),
+    'bundle_interface/src/storage.hpp': ('#include <H5Ipublic.h>\n', 'know HDF5'),
     'host/long.cpp': ('\n' * 700, '700 lines'),
     'host/letters.cpp': ('// \u00e4\n', 'not ASCII'),
 }

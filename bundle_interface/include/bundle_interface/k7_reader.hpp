@@ -1,0 +1,128 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Skein {
+
+/// What cannot be read: a file, or an object of one. Its text names both and the cause.
+class K7ReadError : public std::runtime_error {
+  public:
+    K7ReadError(const std::string& file, std::string object, std::string cause);
+
+    /// Path within the file; empty where the file itself is meant.
+    const std::string& object() const noexcept { return object_; }
+    const std::string& cause() const noexcept { return cause_; }
+
+  private:
+    std::string object_;
+    std::string cause_;
+};
+
+/// Number types of K7 files, little-endian. `text` for attributes only; `other` is everything that
+/// no K7 file has.
+enum class K7Type { f64, f32, i32, u32, u16, u8, text, other };
+
+/// As people write it: "f64" and so on.
+const char* nameOf(K7Type type) noexcept;
+
+/// The value of an attribute.
+struct K7Attribute {
+    K7Type type = K7Type::other;
+    bool scalar = false;
+    std::string text;            ///< where type is text; bytes as they stand there
+    std::vector<double> numbers; ///< one of a scalar; empty where type is text or other
+};
+
+/// One array of a K7 file, open for reading. Outlives the reader it came from, and keeps the file
+/// open until then.
+class K7Array {
+  public:
+    K7Array(K7Array&&) noexcept;
+    K7Array& operator=(K7Array&&) noexcept;
+    ~K7Array();
+
+    K7Type type() const noexcept;
+    /// Rows, then what a row has; never empty, never more than two.
+    const std::vector<std::uint64_t>& shape() const noexcept;
+    std::uint64_t rows() const noexcept { return shape().front(); }
+    /// Values in a row; 1 where rows are single values.
+    std::uint64_t width() const noexcept { return shape().size() < 2 ? 1 : shape()[1]; }
+    /// Bytes of a row.
+    std::uint64_t rowBytes() const noexcept;
+
+    /// Copies `count` rows from `first` on to memory with room for them. T is the type of the
+    /// array: double, float, std::uint16_t or std::uint8_t. Throws K7ReadError where it is not,
+    /// where the rows do not exist, or the file does not give them.
+    template<class T>
+    void read(std::uint64_t first, std::uint64_t count, T* to) const;
+
+  private:
+    friend class K7Reader;
+    struct State;
+    explicit K7Array(std::unique_ptr<State> state) noexcept;
+    std::unique_ptr<State> state_;
+};
+
+/// A K7 file, or the .part of one, open for reading. Nothing in the file is believed: links to
+/// other files or along a name are not followed, values stored elsewhere or by unknown filters are
+/// not read, extents are held against what the file can hold, and lists have limits. So memory
+/// stays bounded, whatever the file says.
+///
+/// Operations throw K7ReadError. Safe between threads, as K7 files being written are: one lock
+/// serves the storage library.
+class K7Reader {
+  public:
+    explicit K7Reader(const std::string& path);
+    K7Reader(const K7Reader&) = delete;
+    K7Reader& operator=(const K7Reader&) = delete;
+    ~K7Reader();
+
+    const std::string& path() const noexcept;
+    /// Bytes of the file when it was opened.
+    std::uint64_t size() const noexcept;
+
+    /// What stands under a path: `other` is a link that is not followed or a kind that K7 files
+    /// do not have.
+    enum class Kind { none, group, array, other };
+    Kind kindOf(const std::string& object) const;
+
+    /// Names in a group, in the order of bytes. Throws beyond most_members.
+    std::vector<std::string> members(const std::string& group) const;
+    static constexpr std::size_t most_members = std::size_t{1} << 20;
+
+    /// Paths of the slices by rising number; of the grids of a slice; of the fields of a grid.
+    std::vector<std::string> slices() const;
+    std::vector<std::string> grids(const std::string& slice) const;
+    std::vector<std::string> fields(const std::string& grid) const;
+
+    struct Fragments {
+        std::vector<std::uint32_t> numbers; ///< rising
+        std::vector<std::string> others;    ///< names that are no fragment's
+    };
+    Fragments fragments(const std::string& field) const;
+
+    /// An attribute of a group or array, nothing if it has none of the name. Numbers beyond 2^20
+    /// and texts beyond 2^20 bytes throw.
+    std::optional<K7Attribute> attribute(const std::string& object, const std::string& name) const;
+
+    /// Opens an array. Throws also where what it says of itself cannot be: no room in the file for
+    /// its values, values that were never stored, storage outside of the file, unknown filters,
+    /// more than two dimensions, or chunks beyond 2^26 bytes.
+    K7Array open(const std::string& array) const;
+
+    /// The group that has the fields of a grid.
+    static std::string chartOf(const std::string& grid);
+    static std::string fragmentPath(const std::string& field, std::uint32_t number);
+
+  private:
+    struct State;
+    std::shared_ptr<State> state_;
+};
+
+} // namespace Skein
