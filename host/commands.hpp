@@ -16,6 +16,8 @@ void add_points(CLI::App& app, exit_code& result);
 void add_inspect(CLI::App& app, exit_code& result);
 void add_override(CLI::App& app, exit_code& result);
 void add_check_override(CLI::App& app, exit_code& result);
+void add_verify(CLI::App& app, exit_code& result);
+void add_look(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);
 void add_dump(CLI::App& app, exit_code& result);
 void add_assemble(CLI::App& app, exit_code& result);
