@@ -19,7 +19,7 @@ using Skein::K7Reader;
 using Skein::K7Type;
 
 std::string quoted(std::string_view text) {
-    return "\"" + std::string(text) + "\"";
+    return std::string("\"").append(text).append("\"");
 }
 
 /// One run over a file.

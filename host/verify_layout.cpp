@@ -23,7 +23,7 @@ constexpr std::array echoes{
     k7_column{"Amplitude", f32, 1, "float", 1, "dB"},
     channel,
     positions,
-    k7_column{"Reflectance", f32, 1, "float", 1, "dB"},
+    k7_column{"Reflectance", f32, 1, "float", 1, "dB", true},
 };
 constexpr std::array waveforms{
     time,

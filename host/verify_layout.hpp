@@ -16,6 +16,7 @@ struct k7_column {
     std::string_view element;
     std::uint32_t components;
     std::string_view units;
+    bool may_be_nan = false;
 };
 
 constexpr std::uint64_t any_width = 0;

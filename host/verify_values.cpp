@@ -56,21 +56,24 @@ class tally {
 };
 
 template<class T>
-void look_for_odd(const Skein::K7Array& array, const std::string& path, k7_findings& findings) {
+void look_for_odd(const value_check::part& p, k7_findings& findings) {
+    const Skein::K7Array& array = *p.array;
+    const bool nan_is_odd = !p.column->may_be_nan;
     tally odd;
     each_block<T>(array, [&](std::uint64_t first, std::uint64_t count, const std::vector<T>& v) {
         const std::uint64_t width = array.width();
         for (std::uint64_t row = 0; row < count; ++row) {
             const auto begin = v.begin() + static_cast<std::ptrdiff_t>(row * width);
             const auto end = begin + static_cast<std::ptrdiff_t>(width);
-            const auto bad = std::find_if(begin, end, [](T x) { return !std::isfinite(x); });
+            const auto bad = std::find_if(
+                begin, end, [&](T x) { return std::isinf(x) || (nan_is_odd && std::isnan(x)); });
             if (bad != end) {
                 odd.add(first + row,
                         plain(static_cast<double>(*bad)) + " stands instead of a number");
             }
         }
     });
-    odd.report(findings, path);
+    odd.report(findings, p.path);
 }
 
 /// Reads all of it, for what cannot be read shows only then.
@@ -83,9 +86,9 @@ void read_through(const Skein::K7Array& array) {
 
 void value_check::look_at_floats(const part& p) {
     if (p.column->type == Skein::K7Type::f64) {
-        look_for_odd<double>(*p.array, p.path, findings_);
+        look_for_odd<double>(p, findings_);
     } else {
-        look_for_odd<float>(*p.array, p.path, findings_);
+        look_for_odd<float>(p, findings_);
     }
 }
 

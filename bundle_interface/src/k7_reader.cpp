@@ -194,8 +194,9 @@ void checkChunks(hid_t dataset, hid_t creation, const std::vector<hsize_t>& shap
     for (std::size_t i = 0; i < shape.size(); ++i) {
         expected = product(expected, chunk[i] == 0 ? 0 : (shape[i] + chunk[i] - 1) / chunk[i]);
     }
+    const Handle space(H5Dget_space(dataset), H5Sclose);
     hsize_t stored = 0;
-    check(H5Dget_num_chunks(dataset, H5S_ALL, &stored));
+    check(H5Dget_num_chunks(dataset, space, &stored));
     if (stored != expected) {
         throw Failure{std::to_string(stored) + " of " + std::to_string(expected) +
                       " chunks are stored"};
