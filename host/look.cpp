@@ -1,0 +1,190 @@
+#include "commands.hpp"
+#include "input_file.hpp"
+#include "json.hpp"
+#include "look/page.hpp"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace host {
+
+namespace {
+
+struct look_options {
+    std::string input;
+    std::string png;
+    bool json = false;
+};
+
+struct closer {
+    void operator()(std::FILE* f) const noexcept { std::fclose(f); }
+};
+
+/// Empty, or why the file is not there; then no part of it stays.
+std::string write_file(const std::string& path, const std::string& bytes) {
+    const std::string refusal = "cannot write \"" + path + "\": ";
+    std::unique_ptr<std::FILE, closer> file(std::fopen(path.c_str(), "wb"));
+    if (!file) {
+        return refusal + std::generic_category().message(errno);
+    }
+    errno = 0;
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+    const int failure = errno;
+    if (std::fclose(file.release()) == 0 && written) {
+        return {};
+    }
+    const std::string reason = std::generic_category().message(written ? errno : failure);
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(path, ignored)) {
+        std::filesystem::remove(path, ignored);
+    }
+    return refusal + reason;
+}
+
+std::string json_of(const value_bounds& bounds) {
+    json_array ends;
+    ends.add(json_number(bounds.min));
+    ends.add(json_number(bounds.max));
+    return bounds.empty() ? "null" : ends.str();
+}
+
+template<class Counts>
+std::string json_of_counts(const Counts& counts) {
+    json_array all;
+    for (const std::uint64_t count : counts) {
+        all.add(std::to_string(count));
+    }
+    return all.str();
+}
+
+std::string json_of(const histogram& h) {
+    return json_object()
+        .raw("bounds", json_of(h.bounds))
+        .raw("counts", json_of_counts(h.counts))
+        .str();
+}
+
+std::string json_of(const raster& r) {
+    return json_object()
+        .raw("x", json_of(r.x))
+        .raw("y", json_of(r.y))
+        .number("columns", r.columns)
+        .number("rows", r.rows)
+        .number("filled", r.filled())
+        .str();
+}
+
+std::string json_of(const scan_waveform& w) {
+    json_array samples;
+    for (const double sample : w.samples) {
+        samples.add(json_number(sample));
+    }
+    return json_object()
+        .number("channel", w.channel)
+        .number("time", w.time)
+        .number("start", w.start)
+        .truth("compressed", w.compressed)
+        .raw("samples", samples.str())
+        .str();
+}
+
+/// Where the picture goes.
+std::string output_of(const look_options& options) {
+    return options.png.empty() ? options.input + ".png" : options.png;
+}
+
+std::string json_of(const look_options& options, const scan_view& view, exit_code code) {
+    json_array waveforms;
+    for (const scan_waveform& w : view.waveform) {
+        waveforms.add(json_of(w));
+    }
+    return json_object()
+        .text("input", options.input)
+        .text("output", output_of(options))
+        .number("exit_code", static_cast<int>(code))
+        .text("text", view.failure)
+        .truth("complete", view.complete)
+        .number("shots", view.shots)
+        .number("echoes", view.echoes)
+        .number("echoes_without_shot", view.unclaimed)
+        .number("waveforms", view.waveforms)
+        .number("lines", view.lines)
+        .raw("time", json_of(view.time))
+        .raw("ranges", json_of(view.ranges))
+        .raw("amplitudes", json_of(view.amplitudes))
+        .raw("echoes_per_shot", json_of_counts(view.echoes_per_shot))
+        .raw("range_image", json_of(view.range_image))
+        .raw("intensity_image", json_of(view.intensity_image))
+        .text("intensity", view.intensity_is_reflectance ? "reflectance" : "amplitude")
+        .raw("top_view", json_of(view.top_view))
+        .raw("waveform", waveforms.str())
+        .str();
+}
+
+exit_code refuse(const std::string& text, exit_code code) {
+    std::fprintf(stderr, "rxp2k7: %s\n", text.c_str());
+    return code;
+}
+
+exit_code tell(const look_options& options, const scan_view& view, exit_code code) {
+    if (options.json) {
+        std::fputs((json_of(options, view, code) + "\n").c_str(), stdout);
+    } else {
+        std::printf("%s -> %s\n", options.input.c_str(), output_of(options).c_str());
+    }
+    if (view.unclaimed != 0) {
+        std::fprintf(stderr, "rxp2k7: %s: %" PRIu64 " echoes have no shot of their time\n",
+                     options.input.c_str(), view.unclaimed);
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        return refuse("cannot write to standard output", exit_code::output_failed);
+    }
+    return code;
+}
+
+exit_code run(const look_options& options) {
+    const std::string unreadable = reason_unreadable(options.input);
+    if (!unreadable.empty()) {
+        return refuse(unreadable, exit_code::input_unreadable);
+    }
+    const std::string output = output_of(options);
+    std::error_code error;
+    if (std::filesystem::equivalent(options.input, output, error)) {
+        return refuse("the picture would replace \"" + options.input + "\"", exit_code::usage);
+    }
+    scan_view view;
+    try {
+        view = view_scan(options.input);
+    } catch (const Skein::K7ReadError& e) {
+        return refuse(e.what(), exit_code::input_unreadable);
+    }
+    const std::string failed = write_file(output, draw_scan_page(view));
+    if (!failed.empty()) {
+        return refuse(failed, exit_code::output_failed);
+    }
+    if (!view.failure.empty()) {
+        return tell(options, view, refuse(view.failure, exit_code::input_damaged));
+    }
+    return tell(options, view, exit_code::good);
+}
+
+} // namespace
+
+void add_look(CLI::App& app, exit_code& result) {
+    CLI::App* command =
+        app.add_subcommand("look", "Draw one page that shows the scan of a K7 file, as PNG.");
+    auto options = std::make_shared<look_options>();
+    command->add_option("FILE", options->input, "K7 file, or its .part")->required();
+    command->add_option("--png", options->png, "picture to write (FILE.png)");
+    command->add_flag("--json", options->json,
+                      "print one JSON object with the numbers that are drawn");
+    command->callback([options, &result] { result = run(*options); });
+}
+
+} // namespace host
