@@ -1,3 +1,4 @@
+#include "bundle_interface/k7_reader.hpp"
 #include "commands.hpp"
 #include "input_file.hpp"
 #include "json.hpp"

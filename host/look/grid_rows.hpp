@@ -25,12 +25,12 @@ class grid_rows {
     /// Goes to the first row, then to each next one; false behind the last.
     bool next();
     /// A value of the row.
-    double value(std::size_t column, std::size_t component = 0) const {
-        return blocks_[column][row_ * columns_[column].width + component];
+    double value(std::size_t which, std::size_t component = 0) const {
+        return blocks_[which][row_ * columns_[which].width + component];
     }
     /// Values of the row from the first component on.
-    const double* values(std::size_t column) const {
-        return blocks_[column].data() + row_ * columns_[column].width;
+    const double* values(std::size_t which) const {
+        return blocks_[which].data() + row_ * columns_[which].width;
     }
 
   private:
