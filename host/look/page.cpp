@@ -20,13 +20,13 @@ constexpr double margin = 48;
 constexpr std::size_t longest_name = 90;
 
 // Where things stand on the page.
-constexpr Box range_frame{112, 150, 1052, 380};
-constexpr Box intensity_frame{112, 490, 1052, 720};
-constexpr Box top_frame{1242, 150, 1502, 410};
-constexpr Box waveform_frame{1242, 530, 1592, 720};
-constexpr Box ranges_frame{112, 840, 572, 1090};
-constexpr Box amplitudes_frame{682, 840, 1142, 1090};
-constexpr Box echoes_frame{1242, 840, 1592, 1090};
+constexpr Box range_frame{112, 152, 1052, 412};
+constexpr Box intensity_frame{112, 506, 1052, 766};
+constexpr Box top_frame{1232, 152, 1492, 412};
+constexpr Box waveform_frame{1232, 506, 1592, 766};
+constexpr Box ranges_frame{112, 864, 572, 1104};
+constexpr Box amplitudes_frame{672, 864, 1132, 1104};
+constexpr Box echoes_frame{1232, 864, 1592, 1104};
 
 /// A number with its digits in groups of three.
 std::string grouped(std::uint64_t number) {
@@ -94,58 +94,57 @@ class scan_page {
     }
 
     void image(const Box& frame, const raster& picture, const std::string& title,
-               const value_bounds& span, const std::string& label, rgb (*colour_of)(double)) {
+               const colour_scale& scale, const std::string& label) {
         plot p(to_, frame,
                {title, "scan line", std::string("beam along the line [") + degree_sign + "]"},
                picture.x, picture.y, true, view_.turned);
-        cells(p, picture, span, view_.turned, colour_of);
-        p.finish();
-        p.colour_bar(span, label, colour_of);
         if (picture.filled() == 0) {
             p.nothing("no echoes");
+            return;
         }
+        cells(p, picture, scale, view_.turned);
+        p.finish();
+        p.colour_bar(scale, label);
     }
 
-    void cells(const plot& p, const raster& picture, const value_bounds& span, bool turned,
-               rgb (*colour_of)(double)) {
-        const double width = span.span() > 0 ? span.span() : 1;
+    void cells(const plot& p, const raster& picture, const colour_scale& scale, bool turned) {
         to_.cells(picture, p.frame(), turned, [&](const raster::cell& c) {
             if (c.count == 0) {
                 return c.touched ? no_echo : white;
             }
-            return colour_of((static_cast<double>(c.value) - span.min) / width);
+            return scale.at(scale.share(static_cast<double>(c.value)));
         });
     }
 
     void images() {
-        image(range_frame, view_.range_image, "Range of the first echo", view_.range_colours,
-              "range [m]", rising_colour);
+        image(range_frame, view_.range_image, "Range of the first echo",
+              {view_.range_colours, rising_colour, true}, "range [m]");
         image(intensity_frame, view_.intensity_image,
               view_.intensity_is_reflectance ? "Reflectance of the first echo"
                                              : "Amplitude of the first echo",
-              view_.intensity_colours,
-              view_.intensity_is_reflectance ? "reflectance [dB]" : "amplitude [dB]", rising_grey);
+              {view_.intensity_colours, rising_grey},
+              view_.intensity_is_reflectance ? "reflectance [dB]" : "amplitude [dB]");
     }
 
     void top_view() {
         plot p(to_, top_frame, {"Seen from above", "x [m]", "y [m]"}, view_.top_view.x,
                view_.top_view.y);
-        p.grid(true);
         if (view_.top_view.filled() == 0) {
             p.nothing("no echoes");
-        } else {
-            cells(p, view_.top_view, view_.height_colours, false, rising_colour);
-            const Point origin{p.x_of(0), p.y_of(0)};
-            if (origin.x > top_frame.left && origin.x < top_frame.right &&
-                origin.y > top_frame.top && origin.y < top_frame.bottom) {
-                to_.colour(white);
-                to_.cross(origin, 8, 4);
-                to_.colour({0.80, 0.15, 0.10});
-                to_.cross(origin, 7, 2);
-            }
+            return;
+        }
+        const colour_scale scale(view_.height_colours, rising_colour);
+        cells(p, view_.top_view, scale, false);
+        const Point origin{p.x_of(0), p.y_of(0)};
+        if (origin.x > top_frame.left && origin.x < top_frame.right && origin.y > top_frame.top &&
+            origin.y < top_frame.bottom) {
+            to_.colour(white);
+            to_.cross(origin, 8, 4);
+            to_.colour({0.80, 0.15, 0.10});
+            to_.cross(origin, 7, 2);
         }
         p.finish();
-        p.colour_bar(view_.height_colours, "greatest z [m]", rising_colour);
+        p.colour_bar(scale, "greatest z [m]");
     }
 
     void waveform() {
@@ -169,6 +168,10 @@ class scan_page {
                     : "Waveforms of the shot at " + decimal(view_.waveform[0].time, 6) + " s",
                 timed ? "time after the shot [ns]" : "sample", "counts"},
                x, y.empty() ? y : value_bounds{y.min - room, y.max + room});
+        if (y.empty()) {
+            p.nothing("no waveforms");
+            return;
+        }
         p.grid(true);
         for (std::size_t n = 0; n < view_.waveform.size(); ++n) {
             const scan_waveform& w = view_.waveform[n];
@@ -185,13 +188,14 @@ class scan_page {
                 align::right);
         }
         p.finish();
-        if (y.empty()) {
-            p.nothing("no waveforms");
-        }
     }
 
     void bars(plot& p, const std::vector<std::uint64_t>& counts, const value_bounds& x,
               double share) {
+        if (std::accumulate(counts.begin(), counts.end(), std::uint64_t{0}) == 0) {
+            p.nothing("no echoes");
+            return;
+        }
         p.grid(false);
         to_.colour(bar_colour);
         const double width = x.span() / static_cast<double>(counts.size());
@@ -204,9 +208,6 @@ class scan_page {
             }
         }
         p.finish();
-        if (std::accumulate(counts.begin(), counts.end(), std::uint64_t{0}) == 0) {
-            p.nothing("no echoes");
-        }
     }
 
     static value_bounds above(const std::vector<std::uint64_t>& counts) {
@@ -225,8 +226,10 @@ class scan_page {
     }
 
     void histograms() {
-        histogram_of(ranges_frame, view_.ranges, "Ranges", "range [m]");
-        histogram_of(amplitudes_frame, view_.amplitudes, "Amplitudes", "amplitude [dB]");
+        histogram_of(ranges_frame, view_.ranges, "Ranges, without the outermost percent",
+                     "range [m]");
+        histogram_of(amplitudes_frame, view_.amplitudes,
+                     "Amplitudes, without the outermost percent", "amplitude [dB]");
     }
 
     void echoes() {

@@ -1,5 +1,9 @@
 #include "plot.hpp"
 
+#include <array>
+#include <cmath>
+#include <cstdio>
+
 namespace host {
 
 namespace {
@@ -18,13 +22,34 @@ LoomPDF::Bounds bounds_of(const value_bounds& bounds) {
                                             : LoomPDF::Bounds{bounds.min, bounds.max});
 }
 
+/// Digits in groups of three, where a number is long enough to need it.
+std::string grouped(const std::string& label) {
+    constexpr std::size_t longest_alone = 4;
+    const std::size_t sign = label.starts_with("-") ? 1 : 0;
+    if (label.size() - sign <= longest_alone ||
+        label.find_first_not_of("0123456789", sign) != std::string::npos) {
+        return label;
+    }
+    std::string text;
+    for (std::size_t i = 0; i < label.size(); ++i) {
+        text += i > sign && (label.size() - i) % 3 == 0 ? "\xE2\x80\xAF" : "";
+        text += label[i];
+    }
+    return text;
+}
+
 LoomPDF::Axis axis_along(brush& to, const value_bounds& bounds, double length, bool upright,
                          bool whole) {
     to.font(number_size);
     const auto extent = [&to, upright](const std::string& label) {
         return upright ? number_size : to.width_of(label);
     };
-    return LoomPDF::make_axis(bounds_of(bounds), {length, upright ? 30.0 : 64.0, extent, whole});
+    LoomPDF::Axis axis =
+        LoomPDF::make_axis(bounds_of(bounds), {length, upright ? 30.0 : 64.0, extent, whole});
+    for (LoomPDF::Tick& t : axis.ticks) {
+        t.label = grouped(t.label);
+    }
+    return axis;
 }
 
 std::string with_exponent(const std::string& label, int exponent) {
@@ -45,7 +70,38 @@ double share_of(double value, const LoomPDF::Bounds& bounds) {
     return (value - bounds.min) / (bounds.max - bounds.min);
 }
 
+/// Ticks at 1, 2 and 5 times powers of ten, for a scale by ratios.
+LoomPDF::Axis ratio_axis(const value_bounds& span) {
+    LoomPDF::Axis axis{{span.min, span.max}, {}, {}, 0};
+    for (double decade = std::pow(10, std::floor(std::log10(span.min))); decade <= span.max;
+         decade *= 10) {
+        for (const double step : {1, 2, 5}) {
+            const double value = step * decade;
+            if (value >= span.min && value <= span.max) {
+                std::array<char, 32> label{};
+                std::snprintf(label.data(), label.size(), "%g", value);
+                axis.ticks.push_back({value, label.data()});
+            }
+        }
+    }
+    return axis;
+}
+
 } // namespace
+
+colour_scale::colour_scale(const value_bounds& span, rgb (*colour_of)(double), bool may_be_ratios)
+    : span_(span)
+    , colour_of_(colour_of)
+    , ratios_(may_be_ratios && span.min > 1e-3 && span.max < 1e6 && span.max > 8 * span.min) {}
+
+double colour_scale::share(double value) const {
+    if (span_.span() <= 0) {
+        return 0.5;
+    }
+    return ratios_
+               ? std::log(std::max(value, span_.min) / span_.min) / std::log(span_.max / span_.min)
+               : (value - span_.min) / span_.span();
+}
 
 plot::plot(brush& to, const Box& frame, texts words, const value_bounds& x, const value_bounds& y,
            bool whole_x, bool down)
@@ -103,27 +159,34 @@ void plot::finish() {
     to_.text(with_exponent(words_.y, y_.exponent),
              {frame_.left - tick - 2 * gap - widest - 2, (frame_.top + frame_.bottom) / 2},
              align::centre, true);
+    title();
+}
+
+void plot::title() {
+    to_.colour(ink);
     to_.font(title_size, true);
     to_.text(words_.title, {frame_.left, frame_.top - 10});
 }
 
-void plot::colour_bar(const value_bounds& span, const std::string& label,
-                      rgb (*colour_of)(double)) {
+void plot::colour_bar(const colour_scale& scale, const std::string& label) {
     const Box bar{frame_.right + bar_gap, frame_.top, frame_.right + bar_gap + bar_width,
                   frame_.bottom};
-    const LoomPDF::Axis axis = axis_along(to_, span, bar.height(), true, false);
     constexpr int steps = 128;
     for (int i = 0; i < steps; ++i) {
         const double top = bar.bottom - bar.height() * (i + 1) / steps;
-        to_.colour(colour_of((i + 0.5) / steps));
+        to_.colour(scale.at((i + 0.5) / steps));
         to_.fill({bar.left, top, bar.right, std::min(bar.bottom, top + bar.height() / steps + 1)});
     }
     to_.colour(soft_ink);
     to_.frame(bar, 1);
+    const LoomPDF::Axis axis = scale.ratios()
+                                   ? ratio_axis(scale.span())
+                                   : axis_along(to_, scale.span(), bar.height(), true, false);
     to_.font(number_size);
     double widest = 0;
     for (const LoomPDF::Tick& t : axis.ticks) {
-        const double y = bar.bottom - share_of(t.value, axis.bounds) * bar.height();
+        const double share = scale.ratios() ? scale.share(t.value) : share_of(t.value, axis.bounds);
+        const double y = bar.bottom - share * bar.height();
         to_.line({bar.right, y}, {bar.right + tick, y}, 1);
         to_.text(t.label, {bar.right + tick + gap / 2, y + number_size * digit_height});
         widest = std::max(widest, to_.width_of(t.label));
@@ -136,10 +199,14 @@ void plot::colour_bar(const value_bounds& span, const std::string& label,
 }
 
 void plot::nothing(const std::string& reason) {
+    to_.colour(white);
+    to_.fill(frame_);
     to_.colour(soft_ink);
+    to_.frame(frame_, 1);
     to_.font(label_size);
     to_.text(reason, {(frame_.left + frame_.right) / 2, (frame_.top + frame_.bottom) / 2},
              align::centre);
+    title();
 }
 
 } // namespace host

@@ -12,6 +12,23 @@ constexpr rgb faint{0.90, 0.91, 0.92};
 constexpr rgb no_echo{0.925, 0.925, 0.935};
 constexpr rgb white{1, 1, 1};
 
+/// Which colour a value has: by even steps, or by even ratios where values are many times apart.
+class colour_scale {
+  public:
+    colour_scale(const value_bounds& span, rgb (*colour_of)(double), bool may_be_ratios = false);
+
+    /// Place of a value, from 0 to 1 within the span.
+    double share(double value) const;
+    rgb at(double share) const { return colour_of_(share); }
+    bool ratios() const noexcept { return ratios_; }
+    const value_bounds& span() const noexcept { return span_; }
+
+  private:
+    value_bounds span_;
+    rgb (*colour_of_)(double);
+    bool ratios_;
+};
+
 /// A frame with two axes and a title, and what stands in it.
 class plot {
   public:
@@ -33,11 +50,13 @@ class plot {
     /// Frame, ticks and texts; after the content.
     void finish();
     /// A bar beside the frame that tells what the colours mean.
-    void colour_bar(const value_bounds& span, const std::string& label, rgb (*colour_of)(double));
-    /// Says why the frame is empty.
+    void colour_bar(const colour_scale& scale, const std::string& label);
+    /// Instead of finish(): the empty frame, and why.
     void nothing(const std::string& reason);
 
   private:
+    void title();
+
     brush& to_;
     Box frame_;
     texts words_;

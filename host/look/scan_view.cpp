@@ -12,10 +12,11 @@ namespace {
 
 constexpr std::size_t bins = 120;
 constexpr std::size_t most_columns = 940;
-constexpr std::size_t most_rows = 230;
-constexpr std::size_t top_view_cells = 280;
+constexpr std::size_t most_rows = 260;
+constexpr std::size_t top_view_cells = 130;
 constexpr std::size_t sample_size = 200000;
-constexpr double outermost = 0.02;
+constexpr double outermost = 0.02; // of colours and places
+constexpr double outermost_bins = 0.005;
 
 double degrees(double angle) {
     return angle * 180 / std::numbers::pi;
@@ -68,7 +69,9 @@ class spread_sample {
 struct extents {
     value_bounds angle;
     std::uint64_t most_in_line = 0;
-    spread_sample range;
+    spread_sample every_range;
+    spread_sample every_amplitude;
+    spread_sample range; // of first echoes, as the next two
     spread_sample amplitude;
     spread_sample reflectance;
     vector3 first{};
@@ -90,8 +93,8 @@ struct extents {
         angle.take(degrees(shot.angle));
         follow_line(shot);
         for (const scan_echo& echo : echoes) {
-            view.ranges.bounds.take(echo.range);
-            view.amplitudes.bounds.take(echo.amplitude);
+            every_range.take(echo.range);
+            every_amplitude.take(echo.amplitude);
             const vector3 point = point_of(shot, echo.range);
             x.take(point[0]);
             y.take(point[1]);
@@ -140,10 +143,12 @@ void shape_pictures(scan_view& view, extents& found) {
     view.intensity_colours =
         view.intensity_is_reflectance ? reflectance : found.amplitude.without(outermost);
     view.height_colours = found.z.without(outermost);
-    view.top_view.x = found.x.without(outermost / 4);
-    view.top_view.y = found.y.without(outermost / 4);
+    view.top_view.x = found.x.without(outermost);
+    view.top_view.y = found.y.without(outermost);
     make_square(view.top_view.x, view.top_view.y);
     view.top_view.shape(top_view_cells, top_view_cells);
+    view.ranges.bounds = found.every_range.without(outermost_bins);
+    view.amplitudes.bounds = found.every_amplitude.without(outermost_bins);
     view.ranges.counts.assign(bins, 0);
     view.amplitudes.counts.assign(bins, 0);
 }

@@ -30,8 +30,8 @@ struct scan_view {
     value_bounds time; ///< s
     std::uint64_t lines = 0;
 
-    histogram ranges;     ///< m, of all echoes
-    histogram amplitudes; ///< dB, of all echoes
+    histogram ranges;     ///< m, of all echoes but the outermost percent
+    histogram amplitudes; ///< dB, as the ranges
     static constexpr std::size_t most_told = 16;
     std::array<std::uint64_t, most_told + 1> echoes_per_shot{}; ///< the last: that many or more
 

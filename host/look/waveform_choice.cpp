@@ -3,6 +3,8 @@
 #include "grid_rows.hpp"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 namespace host {
 
@@ -68,17 +70,31 @@ std::vector<double> samples_of(const waveform_rows& rows, std::uint64_t row, boo
     return compressed ? expand_waveform(words) : std::vector<double>(words.begin(), words.end());
 }
 
-/// The row with the most between its least and its greatest sample.
+/// How much a waveform moves: the sum of its steps. Negative, so worse than any other, where it
+/// stays at the greatest sample of all: there the converter had its limit.
+double liveliness(const std::vector<double>& samples, double limit) {
+    double steps = 0;
+    double at_limit = 0;
+    for (std::size_t i = 1; i < samples.size(); ++i) {
+        steps += std::abs(samples[i] - samples[i - 1]);
+        at_limit += samples[i] >= limit && samples[i - 1] >= limit ? 1 : 0;
+    }
+    return at_limit > 0 ? -at_limit : steps;
+}
+
 std::uint64_t liveliest(const waveform_rows& rows, bool compressed) {
-    std::uint64_t best = 0;
-    double widest = -1;
+    value_bounds all;
     for (std::uint64_t i = 0; i < rows.count; ++i) {
-        value_bounds bounds;
         for (const double sample : samples_of(rows, i, compressed)) {
-            bounds.take(sample);
+            all.take(sample);
         }
-        if (bounds.span() > widest) {
-            widest = bounds.span();
+    }
+    std::uint64_t best = 0;
+    double most = -std::numeric_limits<double>::infinity();
+    for (std::uint64_t i = 0; i < rows.count; ++i) {
+        const double lively = liveliness(samples_of(rows, i, compressed), all.max);
+        if (lively > most) {
+            most = lively;
             best = i;
         }
     }

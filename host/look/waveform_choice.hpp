@@ -15,8 +15,8 @@ namespace host {
 std::vector<double> expand_waveform(const std::vector<std::uint16_t>& words);
 
 /// Counts the waveforms of a slice and puts those of one shot into the view: of the first thousands
-/// the one that swings most. Samples that cannot be ones of a 12-bit converter are taken for
-/// compressed words. Throws Skein::K7ReadError.
+/// the one that moves most and does not reach the converter's limit. Samples that cannot be ones of
+/// a 12-bit converter are taken for compressed words. Throws Skein::K7ReadError.
 void choose_waveform(const Skein::K7Reader& file, const std::string& slice, scan_view& view);
 
 } // namespace host
