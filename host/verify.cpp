@@ -4,7 +4,7 @@
 #include "verify_file.hpp"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
+#include <array>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
@@ -45,13 +45,32 @@ verification verify_one(const std::string& input) {
     return result;
 }
 
+/// Text of the file for a terminal: other bytes than those of plain text as numbers, and cut where
+/// it is too long.
+std::string printable(const std::string& text) {
+    constexpr std::size_t longest = 400;
+    std::string shown;
+    for (std::size_t i = 0; i < text.size() && i < longest; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte < 0x20 || byte > 0x7E) {
+            std::array<char, 8> number{};
+            std::snprintf(number.data(), number.size(), "\\x%02X", byte);
+            shown += number.data();
+        } else {
+            shown += text[i];
+        }
+    }
+    return text.size() > longest ? shown + "..." : shown;
+}
+
 void print(const verification& v) {
     if (!v.text.empty()) {
         return;
     }
     for (const k7_finding& f : v.findings.kept()) {
         const std::string row = f.row ? "row " + std::to_string(*f.row) + ": " : "";
-        std::printf("%s: %s: %s%s\n", v.input.c_str(), f.path.c_str(), row.c_str(), f.text.c_str());
+        std::printf("%s: %s: %s%s\n", v.input.c_str(), printable(f.path).c_str(), row.c_str(),
+                    printable(f.text).c_str());
     }
     const std::uint64_t untold = v.findings.count() - v.findings.kept().size();
     if (untold != 0) {
