@@ -1,5 +1,6 @@
 #include "bundle_interface/k7_reader.hpp"
 #include "commands.hpp"
+#include "contained_run.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
 #include "look/page.hpp"
@@ -133,23 +134,18 @@ exit_code refuse(const std::string& text, exit_code code) {
     return code;
 }
 
-exit_code tell(const look_options& options, const scan_view& view, exit_code code) {
-    if (options.json) {
-        std::fputs((json_of(options, view, code) + "\n").c_str(), stdout);
-    } else {
-        std::printf("%s -> %s\n", options.input.c_str(), output_of(options).c_str());
-    }
+/// What is printed of a picture that is there.
+std::string told_of(const look_options& options, const scan_view& view, exit_code code) {
     if (view.unclaimed != 0) {
         std::fprintf(stderr, "rxp2k7: %s: %" PRIu64 " echoes have no shot of their time\n",
                      options.input.c_str(), view.unclaimed);
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        return refuse("cannot write to standard output", exit_code::output_failed);
-    }
-    return code;
+    return (options.json ? json_of(options, view, code)
+                         : options.input + " -> " + output_of(options)) +
+           "\n";
 }
 
-exit_code run(const look_options& options) {
+exit_code look_at(const look_options& options, std::string& told) {
     const std::string unreadable = reason_unreadable(options.input);
     if (!unreadable.empty()) {
         return refuse(unreadable, exit_code::input_unreadable);
@@ -169,10 +165,23 @@ exit_code run(const look_options& options) {
     if (!failed.empty()) {
         return refuse(failed, exit_code::output_failed);
     }
-    if (!view.failure.empty()) {
-        return tell(options, view, refuse(view.failure, exit_code::input_damaged));
+    const exit_code code =
+        view.failure.empty() ? exit_code::good : refuse(view.failure, exit_code::input_damaged);
+    told = told_of(options, view, code);
+    return code;
+}
+
+exit_code run(const look_options& options) {
+    const contained_result result =
+        run_contained([&](std::string& told) { return look_at(options, told); });
+    if (!result.failure.empty()) {
+        return refuse("cannot read \"" + options.input + "\": " + result.failure, result.code);
     }
-    return tell(options, view, exit_code::good);
+    std::fputs(result.told.c_str(), stdout);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        return refuse("cannot write to standard output", exit_code::output_failed);
+    }
+    return result.code;
 }
 
 } // namespace

@@ -1,11 +1,12 @@
 #include "commands.hpp"
+#include "contained_run.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
 #include "verify_file.hpp"
 
 #include <CLI/CLI.hpp>
 #include <array>
-#include <cinttypes>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -63,25 +64,23 @@ std::string printable(const std::string& text) {
     return text.size() > longest ? shown + "..." : shown;
 }
 
-void print(const verification& v) {
-    if (!v.text.empty()) {
-        return;
-    }
+/// The lines of a file that can be read.
+std::string lines_of(const verification& v) {
+    std::string lines;
+    const auto add = [&](const std::string& line) { lines += v.input + ": " + line + "\n"; };
     for (const k7_finding& f : v.findings.kept()) {
         const std::string row = f.row ? "row " + std::to_string(*f.row) + ": " : "";
-        std::printf("%s: %s: %s%s\n", v.input.c_str(), printable(f.path).c_str(), row.c_str(),
-                    printable(f.text).c_str());
+        add(printable(f.path) + ": " + row + printable(f.text));
     }
     const std::uint64_t untold = v.findings.count() - v.findings.kept().size();
     if (untold != 0) {
-        std::printf("%s: %" PRIu64 " more\n", v.input.c_str(), untold);
+        add(std::to_string(untold) + " more");
     }
-    const std::string verdict =
-        v.findings.count() == 0 ? "good" : std::to_string(v.findings.count()) + " found wrong";
-    std::printf("%s: %s; %" PRIu64 " shots, %" PRIu64 " echoes, %" PRIu64 " waveforms, %" PRIu64
-                " fragments\n",
-                v.input.c_str(), verdict.c_str(), v.counts.shots, v.counts.echoes,
-                v.counts.waveforms, v.counts.fragments);
+    add((v.findings.count() == 0 ? "good" : std::to_string(v.findings.count()) + " found wrong") +
+        "; " + std::to_string(v.counts.shots) + " shots, " + std::to_string(v.counts.echoes) +
+        " echoes, " + std::to_string(v.counts.waveforms) + " waveforms, " +
+        std::to_string(v.counts.fragments) + " fragments");
+    return lines;
 }
 
 std::string json_of(const verification& v) {
@@ -106,22 +105,44 @@ std::string json_of(const verification& v) {
         .str();
 }
 
+/// What is printed of one file; what cannot be read is told on standard error.
+std::string told_of(const verification& v, bool json) {
+    if (!v.text.empty()) {
+        std::fprintf(stderr, "rxp2k7: %s\n", v.text.c_str());
+    }
+    return json ? json_of(v) : v.text.empty() ? lines_of(v) : std::string();
+}
+
+contained_result verify_contained(const std::string& input, bool json) {
+    contained_result result = run_contained([&](std::string& told) {
+        const verification v = verify_one(input);
+        told = told_of(v, json);
+        return v.code;
+    });
+    if (result.told.empty() && (json || !result.failure.empty())) {
+        verification v;
+        v.input = input;
+        v.text = "cannot read \"" + input +
+                 "\": " + (result.failure.empty() ? "it was given up" : result.failure);
+        v.code = result.code;
+        result.told = told_of(v, json);
+    }
+    return result;
+}
+
 exit_code run(const verify_options& options) {
     json_array all;
     exit_code first = exit_code::good;
     bool all_good = true;
     for (const std::string& input : options.inputs) {
-        const verification v = verify_one(input);
-        if (!v.text.empty()) {
-            std::fprintf(stderr, "rxp2k7: %s\n", v.text.c_str());
-        }
+        const contained_result result = verify_contained(input, options.json);
         if (options.json) {
-            all.add(json_of(v));
+            all.add(result.told);
         } else {
-            print(v);
+            std::fputs(result.told.c_str(), stdout);
         }
-        first = v.code;
-        all_good = all_good && v.code == exit_code::good;
+        first = result.code;
+        all_good = all_good && result.code == exit_code::good;
     }
     if (options.json) {
         std::fputs((json_object().raw("results", all.str()).str() + "\n").c_str(), stdout);

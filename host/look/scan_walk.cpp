@@ -25,9 +25,9 @@ double dot(const vector3& a, const vector3& b) {
     return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
 }
 
-/// Angle between two unit vectors, from the chord, which keeps small ones.
+/// Angle between two unit vectors, from the chord, which keeps small ones. NaN of what is none.
 double angle_of(const vector3& step) {
-    return 2 * std::asin(std::min(1.0, std::sqrt(dot(step, step)) / 2));
+    return 2 * std::asin(std::min(std::sqrt(dot(step, step)) / 2, 1.0));
 }
 
 vector3 three(const double* values) {

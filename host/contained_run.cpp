@@ -1,0 +1,126 @@
+#include "contained_run.hpp"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace host {
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool bounds_memory = false; // these reserve far more than they use
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool bounds_memory = false;
+#else
+constexpr bool bounds_memory = true;
+#endif
+#else
+constexpr bool bounds_memory = true;
+#endif
+
+constexpr rlim_t most_memory = rlim_t{4} << 30U;
+
+void limit(int what, rlim_t most) {
+    rlimit now{};
+    if (getrlimit(static_cast<__rlimit_resource_t>(what), &now) == 0 && now.rlim_cur > most) {
+        now.rlim_cur = most;
+        setrlimit(static_cast<__rlimit_resource_t>(what), &now);
+    }
+}
+
+[[noreturn]] void fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+void write_all(int to, const std::string& text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = write(to, text.data() + done, text.size() - done);
+        if (n < 0 && errno != EINTR) {
+            return;
+        }
+        done += n < 0 ? 0 : static_cast<std::size_t>(n);
+    }
+}
+
+std::string read_all(int from) {
+    std::string text;
+    std::array<char, 65536> bytes{};
+    for (;;) {
+        const ssize_t n = read(from, bytes.data(), bytes.size());
+        if (n > 0) {
+            text.append(bytes.data(), static_cast<std::size_t>(n));
+        } else if (n == 0 || errno != EINTR) {
+            return text;
+        }
+    }
+}
+
+/// The child's life. Ends without the parent's exit handlers and buffers.
+[[noreturn]] void live(int to, const std::function<exit_code(std::string&)>& work) {
+    limit(RLIMIT_CORE, 0);
+    if (bounds_memory) {
+        limit(RLIMIT_AS, most_memory);
+    }
+    std::string told;
+    exit_code code = exit_code::internal_failure;
+    try {
+        code = work(told);
+    } catch (const std::bad_alloc&) {
+        std::fputs("rxp2k7: reading the file takes too much memory\n", stderr);
+        code = exit_code::input_damaged;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "rxp2k7: internal failure: %s\n", e.what());
+    }
+    write_all(to, told);
+    _exit(static_cast<int>(code));
+}
+
+} // namespace
+
+contained_result run_contained(const std::function<exit_code(std::string& told)>& work) {
+    std::fflush(stdout);
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0) {
+        fail("pipe");
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[0]);
+        live(ends[1], work);
+    }
+    const int failure = errno;
+    close(ends[1]);
+    if (child < 0) {
+        close(ends[0]);
+        errno = failure;
+        fail("fork");
+    }
+    contained_result result;
+    result.told = read_all(ends[0]);
+    close(ends[0]);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) {
+            fail("waitpid");
+        }
+    }
+    if (WIFEXITED(status)) {
+        result.code = static_cast<exit_code>(WEXITSTATUS(status));
+    } else {
+        result.code = exit_code::input_damaged;
+        result.told.clear();
+        result.failure = "the storage library fails on it (signal " +
+                         std::to_string(WTERMSIG(status)) + "): its structure is damaged";
+    }
+    return result;
+}
+
+} // namespace host

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "exit_code.hpp"
+
+#include <functional>
+#include <string>
+
+namespace host {
+
+/// What became of work in a process of its own.
+struct contained_result {
+    exit_code code = exit_code::good;
+    std::string told;    ///< what the work appended to its text
+    std::string failure; ///< why it did not come to its end; empty where it did
+};
+
+/// Runs work that reads a foreign K7 file in a child process with bounded memory: the storage
+/// library is known to crash on files whose inner structures are damaged. Such an end gives
+/// `input_damaged` and a text with the signal. What the work writes to standard output is lost.
+/// Throws std::system_error where no process can be made.
+contained_result run_contained(const std::function<exit_code(std::string& told)>& work);
+
+} // namespace host
