@@ -364,10 +364,10 @@ K7Reader::K7Reader(const std::string& path) : state_(std::make_shared<State>()) 
     perform(path, "", [&] {
         std::error_code error;
         const auto status = std::filesystem::status(path, error);
-        if (error || !std::filesystem::is_regular_file(status)) {
-            throw Failure{error                             ? error.message()
-                          : std::filesystem::exists(status) ? "it is not a regular file"
-                                                            : "no such file"};
+        if (!std::filesystem::is_regular_file(status)) {
+            throw Failure{status.type() == std::filesystem::file_type::not_found ? "no such file"
+                          : error                                                ? error.message()
+                                  : "it is not a regular file"};
         }
         s.size = std::filesystem::file_size(path, error);
         check(H5PLset_loading_state(0)); // no code by the name of a filter
