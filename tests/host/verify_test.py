@@ -310,6 +310,15 @@ class Hostile(VerifyTest):
         self.assertIn(p.returncode, (3, 4), p.stderr)
         self.assertEqual(json.loads(p.stdout)['results'][0]['exit_code'], p.returncode)
 
+    def test_odd_bytes_are_told_as_numbers(self):
+        path = self.damaged(lambda f: f.attrs.__setitem__('Format', 'K\x1b[31m\u00e4'))
+        out = run(path).stdout
+        self.assertIn('is "K\\x1B[31m\\xC3\\xA4"', out)
+        self.assertTrue(out.isascii())
+
+    def test_attributes_beyond_all_measure_are_not_read(self):
+        self.check(lambda f: f.attrs.__setitem__('Creator', 'x' * (2**20 + 1)), '/', 'too long')
+
     def test_many_faults_are_counted_beyond_what_is_told(self):
         def change(f):
             for i in range(1200):
