@@ -135,8 +135,10 @@ TEST_F(K7ReaderTest, WhatIsMissingIsNamedWithFileAndPath) {
 }
 
 TEST_F(K7ReaderTest, FilesThatAreNoneOrCutAreRefused) {
-    EXPECT_THAT(failure([&] { K7Reader(path + ".no"); }), HasSubstr(path + ".no: no such file"));
-    EXPECT_THAT(failure([] { K7Reader(testing::TempDir()); }), HasSubstr("not a regular file"));
+    EXPECT_THAT(failure([&] { K7Reader file(path + ".no"); }),
+                HasSubstr(path + ".no: no such file"));
+    EXPECT_THAT(failure([] { K7Reader file(testing::TempDir()); }),
+                HasSubstr("not a regular file"));
     std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
     EXPECT_THAT(failure([&] { K7Reader file(path); }), HasSubstr(path));
     std::ofstream(path, std::ios::trunc) << "text";
