@@ -17,5 +17,7 @@ void add_inspect(CLI::App& app, exit_code& result);
 void add_override(CLI::App& app, exit_code& result);
 void add_check_override(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);
+void add_dump(CLI::App& app, exit_code& result);
+void add_assemble(CLI::App& app, exit_code& result);
 
 } // namespace host

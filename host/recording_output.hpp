@@ -22,6 +22,9 @@ class recording_output {
     /// Throws simulator::output_error.
     void write(const char* data, std::uint64_t n);
 
+    /// What write writes to, for an encoder. Closed by publish.
+    const std::shared_ptr<simulator::recording_file>& connection() const noexcept { return file_; }
+
     /// Gives the recording its name. Throws simulator::output_error.
     void publish();
 
@@ -30,7 +33,7 @@ class recording_output {
   private:
     std::filesystem::path path_;
     std::filesystem::path written_;
-    std::unique_ptr<simulator::recording_file> file_;
+    std::shared_ptr<simulator::recording_file> file_;
 };
 
 } // namespace host

@@ -58,7 +58,8 @@ void print_packet_fields(std::ostream& out, packet_id id, const std::uint32_t* b
                          const std::uint32_t* end);
 
 /// Reads the fields behind the pair into the words of a payload. On bad text (also: a number that
-/// does not fit its field, infinity and NaN, a sequence longer than its kind allows) the fail bit
+/// does not fit its field, infinity and NaN, a zero byte in a text, a sequence longer than its kind
+/// allows) the fail bit
 /// is set and `body` is empty. Empty, too, for a pair that the catalogue does not have, of which
 /// nothing is read.
 std::istream& read_packet(std::istream& in, packet_id id, std::vector<std::uint32_t>& body);

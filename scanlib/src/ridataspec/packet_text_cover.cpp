@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "packet_text_element.hpp"
 #include "scanlib/packet_record.hpp"
 #include "scanlib/packet_text.hpp"
 
@@ -13,12 +14,9 @@ namespace scanlib {
 
 namespace {
 
+using detail::words_for;
 using packets::detail::extract_bits;
 using packets::detail::insert_bits;
-
-std::size_t words_for(std::size_t bits) noexcept {
-    return (bits + 31) / 32;
-}
 
 /// For each kind, the bits before the sequence that no listed field holds.
 using gap_masks = std::array<std::vector<std::uint32_t>, packet_index_count>;
@@ -99,8 +97,7 @@ bool text_sequence_survives(const packet_layout& kind, const std::uint32_t* begi
     const char* const first = reinterpret_cast<const char*>(begin) + kind.fixed_bits / 8;
     const auto capacity = static_cast<std::size_t>(reinterpret_cast<const char*>(end) - first);
     const std::size_t size = strnlen(first, capacity);
-    return (kind.limit == 0 || size <= kind.limit) &&
-           std::all_of(first, first + size, is_printable_as_is) &&
+    return std::all_of(first, first + size, is_printable_as_is) &&
            ends_at(begin, end, kind.fixed_bits + 8 * std::max<std::size_t>(size, 1));
 }
 
@@ -108,8 +105,7 @@ bool sequence_survives(const packet_layout& kind, const std::uint32_t* begin,
                        const std::uint32_t* end) {
     const std::size_t bits = static_cast<std::size_t>(end - begin) * 32 - kind.fixed_bits;
     const std::size_t count = bits / kind.element_bits;
-    if ((kind.limit != 0 && count > kind.limit) ||
-        !ends_at(begin, end, kind.fixed_bits + count * kind.element_bits)) {
+    if (!ends_at(begin, end, kind.fixed_bits + count * kind.element_bits)) {
         return false;
     }
     for (std::size_t i = 0; kind.is_composite && i < count; ++i) {
@@ -128,7 +124,7 @@ bool text_holds_packet(packet_id id, const std::uint32_t* begin, const std::uint
     const packet_index n = index_of(id);
     const packet_layout& kind = layout_of(n);
     const auto words = static_cast<std::size_t>(end - begin);
-    if (n == packet_index::unknown || words > longest_text_body ||
+    if (n == packet_index::unknown || words > detail::longest_payload(kind) ||
         words * 32 < kind.fixed_bits + (kind.is_text ? 8u : 0u) ||
         !fixed_part_survives(n, kind, begin)) {
         return false;

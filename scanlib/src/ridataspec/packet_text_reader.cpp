@@ -20,8 +20,9 @@ void expect(std::istream& in, char c) {
 }
 
 bool is_next(std::istream& in, char c) {
-    in >> std::ws;
-    return in.good() && in.peek() == std::istream::traits_type::to_int_type(c);
+    // Skipping white space at the end of the text would fail.
+    return in.good() && (in >> std::ws).good() &&
+           in.peek() == std::istream::traits_type::to_int_type(c);
 }
 
 std::uint64_t read_integer(std::istream& in, std::size_t width, bool is_signed) {
@@ -51,17 +52,18 @@ namespace {
 using detail::expect;
 using detail::is_next;
 using detail::text_element;
+using detail::words_for;
 using packets::detail::insert_bits;
-
-std::size_t words_for(std::size_t bits) noexcept {
-    return (bits + 31) / 32;
-}
 
 /// Reads the fields of one packet into `body`.
 class field_reader {
   public:
     field_reader(std::istream& in, const packet_layout& kind, std::vector<std::uint32_t>& body)
-        : in_(in), kind_(kind), body_(body), brackets_(!has_numeric_packets(in)) {}
+        : in_(in)
+        , kind_(kind)
+        , body_(body)
+        , brackets_(!has_numeric_packets(in))
+        , longest_(detail::longest_payload(kind)) {}
 
     void read() {
         body_.assign(words_for(kind_.fixed_bits), 0);
@@ -143,10 +145,10 @@ class field_reader {
         }
     }
 
-    /// The next character of a text; false at its end.
+    /// The next character of a text; false at its end. A zero byte would end the text before that.
     bool text_character(std::uint64_t& c) {
         const int next = in_.peek();
-        if (!in_.good() || next == '"') {
+        if (!in_.good() || next == '"' || next == 0) {
             return false;
         }
         c = static_cast<std::uint64_t>(in_.get());
@@ -201,7 +203,7 @@ class field_reader {
     bool grow(std::size_t i) {
         const std::size_t words =
             words_for(kind_.fixed_bits + (i + 1) * std::size_t{kind_.element_bits});
-        if (words > longest_text_body || (kind_.limit != 0 && i >= kind_.limit)) {
+        if (words > longest_) {
             fail();
             return false;
         }
@@ -232,6 +234,7 @@ class field_reader {
     const packet_layout& kind_;
     std::vector<std::uint32_t>& body_;
     bool brackets_;
+    std::size_t longest_;
     std::size_t elements_ = 0;
 };
 
