@@ -1,4 +1,5 @@
-// Any text as the lines of packets: what reads back prints to something that reads to the same words.
+// Any text as the lines of packets: what reads back prints to something that reads to the same
+// words.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
