@@ -43,7 +43,7 @@ def micro(build, repeat):
             if 'bytes_per_second' in b:
                 line(name + '/bytes', b['bytes_per_second'] / 1e9, 'GB/s')
             if 'ratio' in b:
-                line(name, b['ratio'], 'ratio')
+                line(name + '/ratio', b['ratio'], 'ratio')
 
 
 def timed(command):

@@ -9,6 +9,7 @@
 #include "time_range.hpp"
 
 #include "frontend/conversion.hpp"
+#include "scanlib/file_set.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -88,6 +89,15 @@ std::filesystem::path output_of(const convert_options& options, const std::strin
     throw CLI::ValidationError("convert", reason);
 }
 
+/// Refuses a continuation beside the input that it is a part of.
+void refuse_continuation(const std::string& input, const std::string& other) {
+    for (const scanlib::file_part& part : scanlib::find_file_set(input).data) {
+        if (part.name == other && other != input) {
+            refuse("\"" + other + "\" is read as part of \"" + input + "\"; leave it out");
+        }
+    }
+}
+
 /// Refuses inputs that would overwrite each other's output, or a file of an input.
 void check_outputs(const convert_options& options) {
     input_registry read;
@@ -99,6 +109,8 @@ void check_outputs(const convert_options& options) {
         const auto output = output_of(options, input);
         const auto [other, fresh] = written.try_emplace(output, input);
         if (!fresh) {
+            refuse_continuation(other->second, input);
+            refuse_continuation(input, other->second);
             refuse("\"" + other->second + "\" and \"" + input + "\" would both be written to \"" +
                    output.string() + "\"");
         }

@@ -11,10 +11,6 @@
 
 namespace scanlib {
 
-/// Largest text of an override file, in bytes. Corrections take a few thousand; what is larger is
-/// something else, and must not fill the memory.
-inline constexpr std::uint64_t override_file_limit = std::uint64_t{64} << 20;
-
 /// Reads a recorded scan as one stream, though on disk it may be several files: prefixes, the main
 /// file, and its continuations (file_set.hpp tells their names). Constructed means open and at the
 /// first byte; the name of the stream is the path up to its last ".".
@@ -30,7 +26,7 @@ class file_rconnection : public basic_rconnection {
     /// `uri` has the scheme "file"; `continuation` is not used. Where `pxp` is empty, the text of
     /// an override file beside the main file takes its place. Throws std::runtime_error for another
     /// scheme, a main file that cannot be opened, and an override file that opens but breaks while
-    /// it is read, or is larger than override_file_limit.
+    /// it is read, or is larger than longest_override_text.
     file_rconnection(const std::string& uri, const std::string& continuation,
                      const std::string& pxp);
     ~file_rconnection() override;

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "scanlib/override_text.hpp"
 #include "uri.hpp"
 
 namespace scanlib {
@@ -58,9 +59,9 @@ std::string text_of(std::filebuf& file, const std::string& name) {
     try {
         while (const std::streamsize k = file.sgetn(piece.data(), piece.size())) {
             text.append(piece.data(), static_cast<std::size_t>(k));
-            if (text.size() > override_file_limit) {
+            if (text.size() > longest_override_text) {
                 throw std::runtime_error("Override file \"" + name + "\" is larger than " +
-                                         std::to_string(override_file_limit) + " bytes!");
+                                         std::to_string(longest_override_text) + " bytes!");
             }
         }
     } catch (const std::ios_base::failure&) {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include "scan_folder.hpp"
+#include "scanlib/override_text.hpp"
 
 namespace {
 
@@ -74,11 +75,11 @@ TEST_F(OverrideSearch, TextIsReadWholeWithEveryByte) {
 }
 
 TEST_F(OverrideSearch, TextBeyondTheLimitIsRefused) {
-    fs::resize_file(file("scan.pxp", ""), scanlib::override_file_limit);
-    EXPECT_EQ(open_scan(main_).pxp_.size(), scanlib::override_file_limit);
-    fs::resize_file(path("scan.pxp"), scanlib::override_file_limit + 1);
+    fs::resize_file(file("scan.pxp", ""), scanlib::longest_override_text);
+    EXPECT_EQ(open_scan(main_).pxp_.size(), scanlib::longest_override_text);
+    fs::resize_file(path("scan.pxp"), scanlib::longest_override_text + 1);
     EXPECT_EQ(failure([&] { open_scan c(main_); }),
-              "Override file \"" + path("scan.pxp") + "\" is larger than 67108864 bytes!");
+              "Override file \"" + path("scan.pxp") + "\" is larger than 16777216 bytes!");
 }
 
 TEST_F(OverrideSearch, FileThatBreaksWhileItIsReadIsAFailure) {
