@@ -89,6 +89,7 @@ struct basic_rconnection::state {
     override_listener* listener = nullptr;
 
     stream_log log;
+    bool logging = false;    ///< the log is open, or its failure not yet told
     std::string log_failure; ///< not yet told
 };
 
@@ -126,12 +127,15 @@ void basic_rconnection::listen_to_overrides(override_listener* listener) noexcep
 }
 
 void basic_rconnection::log(const std::string& path, std::int64_t limit) {
+    state_->log_failure.clear();
     state_->log.open(path, limit);
+    state_->logging = true;
 }
 void basic_rconnection::flush_log() {
     state_->log.flush();
 }
 void basic_rconnection::close_log() {
+    state_->logging = false;
     state_->log.close();
 }
 
@@ -167,7 +171,7 @@ std::uint64_t basic_rconnection::read(char* dst, std::uint64_t n) {
     if (!pxp_.empty() && !scanned) {
         k = replace_headers(dst, k, in_region);
     }
-    if (s.log.is_open() || !s.log_failure.empty()) [[unlikely]] {
+    if (s.logging) [[unlikely]] {
         copy_to_log(dst, k);
     }
     gcount_ = k;
@@ -237,6 +241,7 @@ void basic_rconnection::copy_to_log(const char* data, std::uint64_t n) {
     push_back(data, n);
     s.scanned_back += n;
     s.region_back += s.region_back != 0 ? n : 0;
+    s.logging = false;
     throw std::runtime_error(std::exchange(s.log_failure, {}));
 }
 
