@@ -9,6 +9,8 @@
 #include "driver.hpp"
 #include "losses.hpp"
 #include "scanlib/pointcloud.hpp"
+#include "scanlib/rddp_connection.hpp"
+#include "scanlib/rdtp_connection.hpp"
 #include "scanlib/rxpmarker.hpp"
 #include "text_files.hpp"
 #include "wfm.hpp"
@@ -89,6 +91,33 @@ void warn(Input& input, const std::string& message) {
     input.Errors += message;
 }
 
+/// What the host gets of a connection, which may be gone by the time it uses it.
+class ConnectionControl : public StreamControl {
+  public:
+    explicit ConnectionControl(const std::shared_ptr<scanlib::basic_rconnection>& connection)
+        : connection_(connection) {}
+    void stop() override {
+        if (const auto connection = connection_.lock()) {
+            connection->stop();
+        }
+    }
+    void cancel() override {
+        if (const auto connection = connection_.lock()) {
+            connection->cancel();
+        }
+    }
+
+  private:
+    std::weak_ptr<scanlib::basic_rconnection> connection_;
+};
+
+/// How often the position of a connection counts each byte.
+std::uint64_t counts_per_byte(const scanlib::basic_rconnection& connection) {
+    const bool live = dynamic_cast<const scanlib::rdtp_rconnection*>(&connection) != nullptr ||
+                      dynamic_cast<const scanlib::rddp_rconnection*>(&connection) != nullptr;
+    return live ? 2 : 1;
+}
+
 /// One pass over the stream: every packet but the last to both consumers.
 class Pass {
   public:
@@ -99,6 +128,7 @@ class Pass {
         , file_(file)
         , wfm_(wfm)
         , connection_(connection)
+        , counts_per_byte_(counts_per_byte(connection))
         , decoder_(owner, scanlib::decoder_capacity, scanlib::decoder_headroom, true)
         , meta_engine_(std::make_shared<scanlib::pointcloud>(false))
         , report_(report) {
@@ -133,7 +163,7 @@ class Pass {
         report_.losses.at(at == 0 ? preamble_bytes : at);
         decoder_.get(packet);
         report_.summary.offset = decoder_.tell();
-        report_.summary.bytes_in = connection_.position();
+        report_.summary.bytes_in = connection_.position() / counts_per_byte_;
     }
 
     /// A packet that breaks half-way gives no rows.
@@ -166,6 +196,7 @@ class Pass {
     const std::filesystem::path& file_;
     WFM& wfm_;
     scanlib::basic_rconnection& connection_;
+    std::uint64_t counts_per_byte_;
     scanlib::decoder_rxpmarker decoder_;
     std::shared_ptr<scanlib::pointcloud> meta_engine_;
     SummaryReport& report_;
@@ -238,6 +269,9 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
     const std::shared_ptr<scanlib::basic_rconnection> connection(connect(utf8_of(file)));
     if (!connection) {
         return "rxpToSkeinK7: cannot establish rconnection to file: " + utf8_of(file);
+    }
+    if (input.Progress.available()) {
+        input.Progress->connecting(std::make_shared<ConnectionControl>(connection));
     }
     const auto interrupted = [&](const std::string& cause, const std::string& message) {
         summary.interrupted = true;

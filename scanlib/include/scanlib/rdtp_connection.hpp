@@ -50,6 +50,10 @@ class rdtp_rconnection : public basic_rconnection {
     /// as received.
     std::string continuation() override;
 
+    /// Whether the server has said that the stream is at its end. One that closes the connection
+    /// without a word may have broken off; plain streams always end so.
+    bool end_announced() const noexcept;
+
     /// Ends the stream behind the data on their way, one word before the start of a packet. Takes
     /// effect with the next data. May be called from another thread.
     void stop() override;

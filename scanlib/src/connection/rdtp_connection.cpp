@@ -30,6 +30,10 @@ std::string rdtp_rconnection::continuation() {
     return transfer_->continuation();
 }
 
+bool rdtp_rconnection::end_announced() const noexcept {
+    return transfer_->end_announced();
+}
+
 void rdtp_rconnection::stop() {
     transfer_->link().stop();
 }

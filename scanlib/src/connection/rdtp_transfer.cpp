@@ -156,6 +156,7 @@ void rdtp_transfer::read_chunk_line() {
     if (is_decimal(line.token)) {
         take_chunk(chunk_length(line.token), line);
     } else if (line.token == "EOF") {
+        end_announced_ = true;
         state_ = state::at_end;
     } else if (line.token == error_token) {
         throw std::runtime_error(line.value(error_key));

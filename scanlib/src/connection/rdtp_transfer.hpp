@@ -30,6 +30,8 @@ class rdtp_transfer {
     std::string continuation() const;
     /// Name of the stream that the reply gave.
     const std::string& id() const noexcept { return id_; }
+    /// Whether the server has sent the line that ends the stream.
+    bool end_announced() const noexcept { return end_announced_; }
     rdtp_link& link() noexcept { return *link_; }
 
   private:
@@ -61,6 +63,7 @@ class rdtp_transfer {
     std::string token_;
     std::uint64_t offset_ = 0; ///< bytes received since the token was issued
     std::string owed_acknowledge_;
+    bool end_announced_ = false;
     std::string id_;
 };
 
