@@ -62,8 +62,9 @@ continuation_tracker::continuation_tracker(const std::string& continuation)
 void continuation_tracker::delivered(const std::string& continuation, std::uint64_t n) {
     std::string token = token_of(continuation);
     const std::uint64_t told = offset_of(continuation);
-    const bool whole = told == told_ + n || told == n;
-    offset_ = whole ? told : token == token_ ? told_ + n : n;
+    // A token may be issued again as it is.
+    const bool issued_again = told == n && told != told_ + n;
+    offset_ = token == token_ && !issued_again ? offset_ + n : n;
     token_ = std::move(token);
     told_ = told;
 }
