@@ -41,6 +41,8 @@ class rddp_rconnection : public basic_rconnection {
     /// thread.
     void cancel() override;
 
+    /// The local address; empty before `open`.
+    std::string local_address() const;
     /// The local port, for a URI whose port is 0; 0 before `open`.
     std::uint16_t local_port() const;
 

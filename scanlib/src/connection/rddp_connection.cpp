@@ -69,9 +69,10 @@ class rddp_rconnection::transfer {
         context_.post_cancel([this] { close(); });
     }
 
-    std::uint16_t local_port() const {
+    /// Port 0 before `open`.
+    udp::endpoint local() const {
         network_context::error_code closed;
-        return socket_.local_endpoint(closed).port();
+        return socket_.local_endpoint(closed);
     }
 
   private:
@@ -136,7 +137,12 @@ void rddp_rconnection::cancel() {
 }
 
 std::uint16_t rddp_rconnection::local_port() const {
-    return transfer_->local_port();
+    return transfer_->local().port();
+}
+
+std::string rddp_rconnection::local_address() const {
+    const udp::endpoint local = transfer_->local();
+    return local.port() == 0 ? std::string() : local.address().to_string();
 }
 
 std::uint64_t rddp_rconnection::more_input(char* dst, std::uint64_t n) {
