@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 #include <system_error>
 
+#include <boost/asio/error.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/system/system_error.hpp>
@@ -23,6 +25,21 @@ class network_context {
 
     boost::asio::io_context& io() noexcept { return io_; }
     bool stop_requested() const noexcept { return stop_requested_; }
+
+    /// An operation that does not wait: `now(error)` returns its bytes, or sets the error to
+    /// would_block. Data that are there need no run of the context, which costs three system calls;
+    /// a request of another thread does. Otherwise, or with a request waiting, as `run`.
+    template<class Now, class Start>
+    error_code run_or_take(Now now, Start start, std::size_t& bytes) {
+        if (!cancelled_ && !requested_.load(std::memory_order_relaxed)) {
+            error_code result;
+            bytes = now(result);
+            if (result != boost::asio::error::would_block) {
+                return result;
+            }
+        }
+        return run(start, &bytes);
+    }
 
     /// Starts an operation by `start(handler)` and runs until the handler was called with its
     /// result. Returns the error, and sets `bytes` to the handler's second argument where it has
@@ -53,12 +70,18 @@ class network_context {
 
     /// From any thread.
     void post_stop() {
-        boost::asio::post(io_, [this] { stop_requested_ = true; });
+        requested_ = true;
+        boost::asio::post(io_, [this] {
+            requested_ = false;
+            stop_requested_ = true;
+        });
     }
     /// From any thread. `interrupt` makes the operation under way end; it is called once.
     template<class Interrupt>
     void post_cancel(Interrupt interrupt) {
+        requested_ = true;
         boost::asio::post(io_, [this, interrupt] {
+            requested_ = false;
             if (!cancelled_) {
                 cancelled_ = true;
                 interrupt();
@@ -72,6 +95,7 @@ class network_context {
     static void take(std::size_t&, const Other&...) noexcept {}
 
     boost::asio::io_context io_{1};
+    std::atomic<bool> requested_{false}; ///< a handler of another thread has not run yet
     bool stop_requested_ = false;
     bool cancelled_ = false;
 };

@@ -35,6 +35,8 @@ class rddp_rconnection::transfer {
         socket_.open(local.protocol(), error);
         throw_if(error, "open");
         socket_.set_option(udp::socket::receive_buffer_size(wanted_buffer_bytes), error);
+        socket_.non_blocking(true, error);
+        throw_if(error, "open");
         socket_.bind(local, error);
         throw_if(error, "bind");
         udp::socket::receive_buffer_size size;
@@ -93,11 +95,10 @@ class rddp_rconnection::transfer {
 
     void receive() {
         std::size_t bytes = 0;
-        const auto error = context_.run(
-            [this](auto handler) {
-                socket_.async_receive_from(boost::asio::buffer(received_), sender_, handler);
-            },
-            &bytes);
+        const auto buffer = boost::asio::buffer(received_);
+        const auto error = context_.run_or_take(
+            [&](auto& result) { return socket_.receive_from(buffer, sender_, 0, result); },
+            [&](auto handler) { socket_.async_receive_from(buffer, sender_, handler); }, bytes);
         throw_if(error, "handle_receive_from");
         begin_ = received_.data();
         end_ = begin_ + bytes;

@@ -36,6 +36,9 @@ class tcp_link : public rdtp_link {
         // An acknowledge must not wait for the one before it.
         network_context::error_code slower;
         socket_.set_option(tcp::no_delay(true), slower);
+        network_context::error_code error;
+        socket_.non_blocking(true, error);
+        throw_if(error, "handle_connect");
     }
 
     void send(const std::string& text) override {
@@ -47,17 +50,13 @@ class tcp_link : public rdtp_link {
     }
 
     std::uint64_t read_some(char* dst, std::uint64_t n) override {
-        return received([this, buffer = asio::buffer(dst, n)](auto handler) {
-            socket_.async_read_some(buffer, handler);
-        });
+        return received(asio::buffer(dst, n), 0);
     }
 
     // Looks first and takes then, so that the data behind the line stay for the caller's own
     // buffer; a read for each byte of the line would take as long as its chunk.
     std::uint64_t read_line_part(char* dst, std::uint64_t n) override {
-        const std::uint64_t seen = received([this, buffer = asio::buffer(dst, n)](auto handler) {
-            socket_.async_receive(buffer, asio::socket_base::message_peek, handler);
-        });
+        const std::uint64_t seen = received(asio::buffer(dst, n), asio::socket_base::message_peek);
         if (seen == 0) {
             return 0;
         }
@@ -108,10 +107,11 @@ class tcp_link : public rdtp_link {
     }
 
     /// Bytes of one receive; the end of the connection is no error.
-    template<class Start>
-    std::uint64_t received(Start start) {
+    std::uint64_t received(asio::mutable_buffer buffer, asio::socket_base::message_flags flags) {
         std::size_t bytes = 0;
-        const auto error = context_.run(start, &bytes);
+        const auto error = context_.run_or_take(
+            [&](auto& result) { return socket_.receive(buffer, flags, result); },
+            [&](auto handler) { socket_.async_receive(buffer, flags, handler); }, bytes);
         if (error == asio::error::eof) {
             return 0;
         }
