@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 namespace host {
@@ -54,6 +55,9 @@ void replay_server::accept_clients() {
     while (!ended_) {
         file_handle socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (socket) {
+            const int yes = 1;
+            // The end of a chunk must not wait for the client to confirm what came before it.
+            ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
             admit(std::move(socket));
         } else if (!ended_ && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));

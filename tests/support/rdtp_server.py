@@ -17,6 +17,11 @@ def hang_up(conn):
     conn.close()
 
 
+def no_delay(conn):
+    """Else small pieces wait for the one before them, which is slow to be told of."""
+    conn.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+
+
 class LineReader:
     def __init__(self, conn):
         self.conn, self.rest = conn, b''
@@ -55,6 +60,7 @@ class Listener:
                 conn, _ = listener.accept()
             except OSError:
                 return
+            no_delay(conn)
             self.conns.append(conn)
             number, self.count = self.count, self.count + 1
             threading.Thread(target=self.guard, args=(conn, number), daemon=True).start()
@@ -114,7 +120,9 @@ class RdtpServer(Listener):
     def serve(self, conn, number):
         lines = LineReader(conn)
         line = lines.line()
-        assert line is not None and '\r' not in line, 'no request'
+        if line is None:
+            return
+        assert '\r' not in line, 'request with a carriage return'
         self.requests.append(line)
         verb, asked = self.parse(line)
         if verb not in STATUSES:
@@ -164,7 +172,8 @@ class RdtpServer(Listener):
         """An acknowledge is due: the next chunk line has been sent. One may be of a link before this one."""
         while True:
             line = lines.line()
-            assert line is not None, 'no acknowledge'
+            if line is None:
+                raise OSError('the client has gone')
             m = re.fullmatch(r'ACKNOWLEDGE acknowledge-token=(\S+)', line)
             assert m, 'no acknowledge: %r' % line
             if m.group(1) == owed[0]:
@@ -185,6 +194,7 @@ class FaultProxy(Listener):
     def serve(self, conn, number):
         # One thread for both directions: a socket that another one waits for is not reset by closing it.
         upstream = socket.create_connection(('127.0.0.1', self.server.port))
+        no_delay(upstream)
         fault = self.fault(number)
         try:
             while True:
