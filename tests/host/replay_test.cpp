@@ -157,7 +157,7 @@ TEST_F(ConcurrentReplay, DatagramsAreTheRecordingWithoutItsPreamble) {
     std::thread reader([&] { received = rest(*receiver); });
     const auto sent =
         host::send_datagrams(*recording_, "127.0.0.1", std::to_string(receiver->local_port()),
-                             {1000, replay_pace(20e6)});
+                             {1000, replay_pace(5e6)});
     reader.join();
     EXPECT_EQ(sent.bytes, bytes_.size()) << "this recording has none";
     EXPECT_EQ(received.substr(16), bytes_);
