@@ -2,7 +2,10 @@
 
 #include "socket_address.hpp"
 
+#include "scanlib/stream_words.hpp"
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -20,9 +23,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::uint64_t word_bytes = 4;
-constexpr std::uint64_t preamble_bytes = 16;
-constexpr std::uint32_t least_start_word = 0xFFFFFF01u;
-constexpr std::uint32_t preamble_word = 0x00000010u;
 constexpr std::size_t read_ahead = 1 << 20;
 constexpr auto shortest_sleep = 20us;
 constexpr int end_marks = 3; ///< one may be lost
@@ -40,7 +40,7 @@ std::size_t datagram_length(const char* data, std::size_t n, std::size_t most) {
         return n;
     }
     for (std::size_t at = most; at > 0; at -= word_bytes) {
-        if (word_at(data + at) >= least_start_word) {
+        if (scanlib::is_start_word(word_at(data + at))) {
             return at;
         }
     }
@@ -95,9 +95,11 @@ void send_stream(const replay_recording& recording, sender& out, std::uint64_t o
     }
 }
 
-bool has_preamble(const replay_recording& recording) {
-    char word[word_bytes] = {};
-    return recording.read(0, word, sizeof word) == sizeof word && word_at(word) == preamble_word;
+/// Where the packets begin: behind the preamble, if there is one.
+std::uint64_t first_packet(const replay_recording& recording) {
+    std::array<std::uint32_t, scanlib::preamble.size()> words{};
+    const std::size_t n = recording.read(0, reinterpret_cast<char*>(words.data()), sizeof words);
+    return n == sizeof words && words == scanlib::preamble ? sizeof words : 0;
 }
 
 } // namespace
@@ -108,7 +110,7 @@ sent_datagrams send_datagrams(const replay_recording& recording, const std::stri
     const std::size_t most =
         std::clamp(settings.chunk_bytes, word_bytes, largest_datagram) / word_bytes * word_bytes;
     sent_datagrams sent;
-    send_stream(recording, out, has_preamble(recording) ? preamble_bytes : 0, most, sent);
+    send_stream(recording, out, first_packet(recording), most, sent);
     for (int i = 0; i < end_marks; ++i) {
         std::this_thread::sleep_for(end_mark_gap);
         out.send(nullptr, 0, 0);

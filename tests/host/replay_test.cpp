@@ -155,9 +155,8 @@ TEST_F(ConcurrentReplay, DatagramsAreTheRecordingWithoutItsPreamble) {
     receiver->open();
     std::string received;
     std::thread reader([&] { received = rest(*receiver); });
-    const auto sent =
-        host::send_datagrams(*recording_, "127.0.0.1", std::to_string(receiver->local_port()),
-                             {1000, replay_pace(5e6)});
+    const auto sent = host::send_datagrams(
+        *recording_, "127.0.0.1", std::to_string(receiver->local_port()), {1000, replay_pace(5e6)});
     reader.join();
     EXPECT_EQ(sent.bytes, bytes_.size()) << "this recording has none";
     EXPECT_EQ(received.substr(16), bytes_);

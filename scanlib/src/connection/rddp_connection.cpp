@@ -7,9 +7,9 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/udp.hpp>
 
-#include "../rxpmarker/words.hpp"
 #include "authority.hpp"
 #include "network_context.hpp"
+#include "scanlib/stream_words.hpp"
 #include "uri.hpp"
 
 namespace scanlib {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
@@ -11,6 +12,7 @@
 #include <boost/system/system_error.hpp>
 
 #include "authority.hpp"
+#include "scanlib/stream_words.hpp"
 #include "uri.hpp"
 
 namespace scanlib {
@@ -58,10 +60,10 @@ std::uint64_t chunk_length(const std::string& token) {
     throw std::runtime_error("Unexpected server status: " + status);
 }
 
-/// Whether a packet starts with the word of these four bytes.
-bool is_start_word(const char* word) {
-    constexpr char ones = '\xFF';
-    return word[1] == ones && word[2] == ones && word[3] == ones && word[0] != 0;
+std::uint32_t word_at(const char* p) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, p, sizeof word);
+    return word;
 }
 
 } // namespace
@@ -205,7 +207,7 @@ std::uint64_t rdtp_transfer::read_once(char* dst, std::uint64_t n) {
 std::uint64_t rdtp_transfer::cut_at_packet(const char* data, std::uint64_t n) {
     for (std::uint64_t at = (word_bytes - phase_) % word_bytes; at + word_bytes < n;
          at += word_bytes) {
-        if (is_start_word(data + at)) {
+        if (is_start_word(word_at(data + at))) {
             state_ = state::at_end;
             return at < word_bytes ? 0 : at - word_bytes;
         }

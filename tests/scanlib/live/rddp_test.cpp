@@ -2,8 +2,11 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <random>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <arpa/inet.h>
@@ -133,6 +136,65 @@ TEST_F(Rddp, FramingFindsThePacketsOfAStreamThatItJoins) {
         sizes.push_back(packet.size());
     }
     EXPECT_THAT(sizes, testing::ElementsAre(3, 2));
+}
+
+/// A packet of a number that no other has; no word of it looks like a start but the first.
+std::string packet_of(std::uint32_t number, std::size_t words) {
+    std::vector<std::uint32_t> all(words, number);
+    all.front() = 0xFFFFFF01u;
+    return {reinterpret_cast<const char*>(all.data()), words * 4};
+}
+
+TEST_F(Rddp, FramingFindsEveryPacketBehindLossAndReorderingThatLeftItWhole) {
+    std::mt19937 random(1);
+    std::string stream;
+    std::vector<std::size_t> begins; // of each packet, and the end
+    for (std::uint32_t number = 0; number < 2000; ++number) {
+        begins.push_back(stream.size());
+        stream += packet_of(number, 2 + random() % 9);
+    }
+    begins.push_back(stream.size());
+    // Datagrams know nothing of packets; of each ten one is lost, and one comes before its elder.
+    std::vector<std::pair<std::size_t, std::size_t>> datagrams;
+    for (std::size_t at = 0; at < stream.size();) {
+        const std::size_t n = std::min<std::size_t>(4 * (1 + random() % 60), stream.size() - at);
+        if (at == 0 || random() % 10 != 0) {
+            datagrams.emplace_back(at, at + n);
+        }
+        at += n;
+    }
+    for (std::size_t i = 2; i + 1 < datagrams.size(); i += 10) {
+        std::swap(datagrams[i], datagrams[i + 1]);
+    }
+    std::set<std::uint32_t> whole;
+    for (std::size_t i = 0; i < datagrams.size();) {
+        std::size_t j = i;
+        while (j + 1 < datagrams.size() && datagrams[j + 1].first == datagrams[j].second) {
+            ++j;
+        }
+        // A packet with the next one's start in the same unbroken stretch must arrive.
+        for (std::uint32_t p = 0; p + 2 < begins.size(); ++p) {
+            if (begins[p] >= datagrams[i].first && begins[p + 1] + 4 <= datagrams[j].second) {
+                whole.insert(p);
+            }
+        }
+        i = j + 1;
+    }
+    for (const auto& [begin, end] : datagrams) {
+        send(stream.substr(begin, end - begin));
+    }
+    send("");
+    scanlib::decoder_rxpmarker decoder(connection_, scanlib::decoder_capacity,
+                                       scanlib::decoder_headroom, true);
+    scanlib::basic_buffer packet;
+    for (decoder.get(packet); !decoder.packet_truncated(); decoder.get(packet)) {
+        const std::uint32_t number = packet.size() > 1 ? packet.begin()[1] : 0;
+        const std::string words(reinterpret_cast<const char*>(packet.begin()), packet.size() * 4);
+        if (words == stream.substr(begins[number], begins[number + 1] - begins[number])) {
+            whole.erase(number);
+        }
+    }
+    EXPECT_THAT(whole, testing::IsEmpty());
 }
 
 TEST_F(Rddp, StopWithoutAnythingToWaitForEndsBehindTheDatagramAtHand) {
