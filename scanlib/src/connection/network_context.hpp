@@ -31,7 +31,7 @@ class network_context {
     /// a request of another thread does. Otherwise, or with a request waiting, as `run`.
     template<class Now, class Start>
     error_code run_or_take(Now now, Start start, std::size_t& bytes) {
-        if (!cancelled_ && !requested_.load(std::memory_order_relaxed)) {
+        if (!cancelled_ && requests_.load(std::memory_order_relaxed) == 0) {
             error_code result;
             bytes = now(result);
             if (result != boost::asio::error::would_block) {
@@ -50,18 +50,14 @@ class network_context {
             throw cancelled();
         }
         error_code result;
-        bool done = false;
         start([&]<class... Rest>(error_code error, Rest... rest) {
             result = error;
             if (bytes != nullptr) {
                 take(*bytes, rest...);
             }
-            done = true;
         });
         io_.restart();
-        while (!done) {
-            io_.run_one();
-        }
+        io_.run(); // up to the end of all work, which is the one operation
         if (cancelled_ && result) {
             throw cancelled();
         }
@@ -70,18 +66,18 @@ class network_context {
 
     /// From any thread.
     void post_stop() {
-        requested_ = true;
+        ++requests_;
         boost::asio::post(io_, [this] {
-            requested_ = false;
+            --requests_;
             stop_requested_ = true;
         });
     }
     /// From any thread. `interrupt` makes the operation under way end; it is called once.
     template<class Interrupt>
     void post_cancel(Interrupt interrupt) {
-        requested_ = true;
+        ++requests_;
         boost::asio::post(io_, [this, interrupt] {
-            requested_ = false;
+            --requests_;
             if (!cancelled_) {
                 cancelled_ = true;
                 interrupt();
@@ -95,7 +91,7 @@ class network_context {
     static void take(std::size_t&, const Other&...) noexcept {}
 
     boost::asio::io_context io_{1};
-    std::atomic<bool> requested_{false}; ///< a handler of another thread has not run yet
+    std::atomic<unsigned> requests_{0}; ///< of other threads, whose handlers have not run yet
     bool stop_requested_ = false;
     bool cancelled_ = false;
 };
