@@ -16,6 +16,10 @@ void add_points(CLI::App& app, exit_code& result);
 void add_inspect(CLI::App& app, exit_code& result);
 void add_record(CLI::App& app, exit_code& result);
 void add_replay(CLI::App& app, exit_code& result);
+void add_override(CLI::App& app, exit_code& result);
+void add_check_override(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);
+void add_dump(CLI::App& app, exit_code& result);
+void add_assemble(CLI::App& app, exit_code& result);
 
 } // namespace host

@@ -2,6 +2,7 @@
 
 #include "json.hpp"
 #include "losses.hpp"
+#include "recording_files.hpp"
 
 #include <cinttypes>
 #include <cstdio>
@@ -16,8 +17,8 @@ double megabytes_per_second(const conversion_result& r) {
 
 std::string result_json(const conversion_result& r) {
     json_object out;
-    out.text("input", r.input)
-        .text("output", r.output)
+    out.text("input", r.input).text("output", r.output);
+    add_files(out, r.summary.recording)
         .text("text", r.text)
         .text("errors", r.errors)
         .number("exit_code", static_cast<int>(r.code))
@@ -54,6 +55,7 @@ void report_failure(const conversion_result& r) {
         std::fprintf(stderr, "rxp2k7: %s: %s: %s\n", r.input.c_str(), place.c_str(),
                      r.summary.cause.c_str());
     }
+    tell_unread(r.input, r.summary.recording);
     if (r.summarised && r.summary.store_failed) {
         std::fprintf(stderr, "rxp2k7: %s: the output \"%s\" is not complete\n", r.input.c_str(),
                      r.output.c_str());
@@ -66,6 +68,7 @@ void print_summary(const conversion_result& r) {
     }
     const Riegl::ConversionSummary& s = r.summary;
     std::printf("%s -> %s\n", r.input.c_str(), r.output.c_str());
+    print_files(s.recording);
     std::printf("  shots      %" PRIu64 "\n  echoes     %" PRIu64 "\n  waveforms  %" PRIu64
                 "\n  fragments  %" PRIu64 "\n",
                 s.shots, s.echoes, s.waveforms, s.fragments);

@@ -2,6 +2,7 @@
 #include "conversion_report.hpp"
 #include "input_file.hpp"
 #include "interrupts.hpp"
+#include "input_registry.hpp"
 #include "numbers.hpp"
 #include "output_folder.hpp"
 #include "progress.hpp"
@@ -9,18 +10,19 @@
 #include "time_range.hpp"
 
 #include "frontend/conversion.hpp"
+#include "scanlib/file_set.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -120,20 +122,37 @@ std::filesystem::path output_of(const convert_options& options, const std::strin
     throw CLI::ValidationError("convert", reason);
 }
 
-/// Refuses inputs that would overwrite each other's output, or an input.
+/// Refuses a continuation beside the input that it is a part of.
+void refuse_continuation(const std::string& input, const std::string& other) {
+    for (const scanlib::file_part& part : scanlib::find_file_set(input).data) {
+        if (part.name == other && other != input) {
+            refuse("\"" + other + "\" is read as part of \"" + input + "\"; leave it out");
+        }
+    }
+}
+
+/// Refuses inputs that would overwrite each other's output, or a file of an input.
 void check_outputs(const convert_options& options) {
-    for (std::size_t i = 0; i < options.inputs.size(); ++i) {
-        const auto output = output_of(options, options.inputs[i]);
-        for (std::size_t j = 0; j < options.inputs.size(); ++j) {
-            if (i < j && output == output_of(options, options.inputs[j])) {
-                refuse("\"" + options.inputs[i] + "\" and \"" + options.inputs[j] +
-                       "\" would both be written to \"" + output.string() + "\"");
-            }
-            std::error_code missing;
-            if (std::filesystem::equivalent(output, options.inputs[j], missing)) {
-                refuse("the output of \"" + options.inputs[i] + "\" would overwrite the input \"" +
-                       options.inputs[j] + "\"");
-            }
+    input_registry read;
+    for (const std::string& input : options.inputs) {
+        read.add(input);
+    }
+    std::map<std::filesystem::path, std::string> written; // and from which input
+    for (const std::string& input : options.inputs) {
+        const auto output = output_of(options, input);
+        const auto [other, fresh] = written.try_emplace(output, input);
+        if (!fresh) {
+            refuse_continuation(other->second, input);
+            refuse_continuation(input, other->second);
+            refuse("\"" + other->second + "\" and \"" + input + "\" would both be written to \"" +
+                   output.string() + "\"");
+        }
+        if (const auto* const victim = read.find(output)) {
+            refuse("the output of \"" + input + "\" would overwrite " +
+                   (victim->file == victim->input
+                        ? "the input \"" + victim->input + "\""
+                        : "\"" + victim->file + "\", which belongs to the input \"" +
+                              victim->input + "\""));
         }
     }
 }
@@ -178,8 +197,9 @@ exit_code code_of_result(const conversion_result& result) {
         return exit_code::input_unreadable;
     }
     // With a text alone, what there was is stored, but it told too little.
-    return result.summary.interrupted || !result.text.empty() ? exit_code::input_damaged
-                                                              : exit_code::good;
+    const bool damaged = result.summary.interrupted || !result.text.empty() ||
+                         !result.summary.recording.unread.empty();
+    return damaged ? exit_code::input_damaged : exit_code::good;
 }
 
 void convert_readable(const convert_options& options, conversion_result& result) {

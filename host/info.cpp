@@ -1,6 +1,7 @@
 #include "commands.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
+#include "recording_files.hpp"
 #include "recording_walk.hpp"
 #include "survey.hpp"
 
@@ -42,9 +43,11 @@ void print_span(const char* name, const time_span& span) {
 }
 
 void print_text(const info_options& options, const survey& found, const recording_walk& r) {
+    std::printf("%s\n", options.input.c_str());
+    print_files(r.files);
     std::printf(
-        "%s\n  type      %s\n  serial    %s\n  build     %s\n  bytes     %llu\n  shots     %llu\n",
-        options.input.c_str(), found.instrument_type().c_str(), found.instrument_serial().c_str(),
+        "  type      %s\n  serial    %s\n  build     %s\n  bytes     %llu\n  shots     %llu\n",
+        found.instrument_type().c_str(), found.instrument_serial().c_str(),
         found.instrument_build().c_str(), static_cast<unsigned long long>(r.bytes),
         static_cast<unsigned long long>(found.shots()));
     std::printf("\nTime of the shots\n");
@@ -102,7 +105,8 @@ void print_json(const info_options& options, const survey& found, const recordin
     }
     const std::string metadata = found.metadata(false);
     json_object out;
-    out.text("input", options.input)
+    out.text("input", options.input);
+    add_files(out, r.files)
         .text("type", found.instrument_type())
         .text("serial", found.instrument_serial())
         .text("build", found.instrument_build())

@@ -1,11 +1,14 @@
 #include "input_file.hpp"
 
+#include "scanlib/file_set.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace host {
@@ -17,11 +20,53 @@ struct closer {
 };
 using file_handle = std::unique_ptr<std::FILE, closer>;
 
-/// Start words in a piece of a stream.
-std::uint64_t count_starts(const std::uint32_t* words, std::size_t n) {
-    return static_cast<std::uint64_t>(
-        std::count_if(words, words + n, [](std::uint32_t w) { return w > 0xFFFFFF00; }));
-}
+struct sample {
+    std::uint64_t words = 0;
+    std::uint64_t starts = 0; ///< words that begin a packet
+};
+
+/// Looks into the files of a recording here and there.
+class stream_sampler {
+  public:
+    explicit stream_sampler(scanlib::file_set set) : parts_(std::move(set.prefixes)) {
+        parts_.insert(parts_.end(), set.data.begin(), set.data.end());
+        for (const scanlib::file_part& part : parts_) {
+            size_ += part.size;
+        }
+    }
+
+    std::uint64_t size() const noexcept { return size_; }
+
+    /// A piece of one file at an offset of the stream, a multiple of 4. Words are whole in the
+    /// stream, wherever a file begins.
+    sample at(std::uint64_t offset) {
+        std::uint64_t base = 0;
+        for (const scanlib::file_part& part : parts_) {
+            if (offset < base + part.size) {
+                return in(part.name, offset - base);
+            }
+            base += part.size;
+        }
+        return {};
+    }
+
+  private:
+    sample in(const std::string& name, std::uint64_t offset) {
+        const file_handle file(std::fopen(name.c_str(), "rb"));
+        if (!file || fseeko(file.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
+            return {};
+        }
+        const std::size_t n = std::fread(words_.data(), 4, words_.size(), file.get());
+        const auto end = words_.begin() + static_cast<std::ptrdiff_t>(n);
+        const auto starts =
+            std::count_if(words_.begin(), end, [](std::uint32_t w) { return w > 0xFFFFFF00; });
+        return {n, static_cast<std::uint64_t>(starts)};
+    }
+
+    std::vector<scanlib::file_part> parts_;
+    std::uint64_t size_ = 0;
+    std::vector<std::uint32_t> words_ = std::vector<std::uint32_t>(8192);
+};
 
 } // namespace
 
@@ -56,28 +101,20 @@ std::string reason_unreadable(const std::string& name) {
 
 std::uint64_t estimate_packets(const std::string& name) {
     constexpr std::uint64_t samples = 16;
-    constexpr std::size_t sample_words = 8192;
-    std::error_code error;
-    const std::uint64_t size = is_live_stream(name) ? 0 : std::filesystem::file_size(name, error);
-    const file_handle file(std::fopen(name.c_str(), "rb"));
-    if (error || size == 0 || !file) {
+    if (is_live_stream(name)) {
         return 0;
     }
-    std::vector<std::uint32_t> words(sample_words);
-    std::uint64_t seen = 0;
-    std::uint64_t starts = 0;
+    stream_sampler sampler(scanlib::find_file_set(name));
+    sample total;
     for (std::uint64_t i = 0; i < samples; ++i) {
-        const auto at = static_cast<long>(size / samples * i / 4 * 4);
-        if (std::fseek(file.get(), at, SEEK_SET) != 0) {
-            return 0;
-        }
-        const std::size_t n = std::fread(words.data(), 4, sample_words, file.get());
-        seen += n;
-        starts += count_starts(words.data(), n);
+        const sample s = sampler.at(sampler.size() / samples * i / 4 * 4);
+        total.words += s.words;
+        total.starts += s.starts;
     }
-    const double per_word = seen == 0 ? 0 : static_cast<double>(starts) / static_cast<double>(seen);
-    const std::uint64_t words_of_file = size / 4;
-    return static_cast<std::uint64_t>(per_word * static_cast<double>(words_of_file));
+    const double per_word =
+        total.words == 0 ? 0 : static_cast<double>(total.starts) / static_cast<double>(total.words);
+    const std::uint64_t words_of_stream = sampler.size() / 4;
+    return static_cast<std::uint64_t>(per_word * static_cast<double>(words_of_stream));
 }
 
 } // namespace host

@@ -13,7 +13,8 @@ bool is_live_stream(const std::string& name);
 /// all but an instrument.
 std::string reason_unreadable(const std::string& name);
 
-/// About how many packets a recording holds, from samples of it; 0 if that cannot be told.
+/// About how many packets a recording holds, with its prefixes and continuations, from samples of
+/// it; 0 if that cannot be told.
 std::uint64_t estimate_packets(const std::string& name);
 
 } // namespace host

@@ -55,7 +55,9 @@ exit_code code_of(const inspection_result& result) {
     if (result.summary.failed_plots != 0) {
         return exit_code::output_failed;
     }
-    return result.text.empty() ? exit_code::good : exit_code::input_damaged;
+    return result.text.empty() && result.summary.recording.unread.empty()
+               ? exit_code::good
+               : exit_code::input_damaged;
 }
 
 /// The library makes its files in the current folder; so that becomes the one wished for.

@@ -2,6 +2,7 @@
 
 #include "json.hpp"
 #include "losses.hpp"
+#include "recording_files.hpp"
 
 #include <cinttypes>
 #include <cstdio>
@@ -60,6 +61,7 @@ void report_failure(const inspection_result& r) {
         std::fprintf(stderr, "rxp2k7: %s: stopped at byte %" PRIu64 "; what came before is drawn\n",
                      r.input.c_str(), s.offset);
     }
+    tell_unread(r.input, s.recording);
     if (s.failed_plots != 0) {
         std::fprintf(stderr, "rxp2k7: %s: %" PRIu64 " plots could not be written to \"%s\": %s\n",
                      r.input.c_str(), s.failed_plots, r.folder.c_str(), s.failure.c_str());
@@ -72,6 +74,7 @@ void print_summary(const inspection_result& r) {
     }
     const Riegl::InspectionSummary& s = r.summary;
     std::printf("%s -> %s\n", r.input.c_str(), r.folder.c_str());
+    print_files(s.recording);
     std::printf("  shots      %" PRIu64 " within %s\n", s.shots_in_range, range_text(r).c_str());
     if (s.shots != 0) {
         std::printf("             of %" PRIu64 " from %s\n", s.shots, span_text(s).c_str());
@@ -104,8 +107,8 @@ void print_summary(const inspection_result& r) {
 std::string json_of(const inspection_result& r) {
     const Riegl::InspectionSummary& s = r.summary;
     json_object out;
-    out.text("input", r.input)
-        .text("output", r.folder)
+    out.text("input", r.input).text("output", r.folder);
+    add_files(out, s.recording)
         .text("text", r.text)
         .number("exit_code", static_cast<int>(r.code))
         .number("shots", s.shots)

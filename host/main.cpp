@@ -18,7 +18,11 @@ int run(int argc, char** argv) {
     host::add_inspect(app, result);
     host::add_record(app, result);
     host::add_replay(app, result);
+    host::add_override(app, result);
+    host::add_check_override(app, result);
     host::add_simulate(app, result);
+    host::add_dump(app, result);
+    host::add_assemble(app, result);
     app.footer("Exit codes: 0 all good, 1 internal failure, 2 usage, 3 input unreadable, 4 input "
                "damaged (what could "
                "be read is stored), 5 output failed, 6 some of several inputs failed.");

@@ -1,5 +1,6 @@
 #include "commands.hpp"
 #include "input_file.hpp"
+#include "input_registry.hpp"
 #include "recording_walk.hpp"
 
 #include "scanlib/pointcloud.hpp"
@@ -8,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <ostream>
 #include <streambuf>
@@ -88,11 +88,16 @@ exit_code tell_output_failure(const points_options& options, int reason) {
     return exit_code::output_failed;
 }
 
-/// The output would overwrite the input.
-bool is_same_file(const points_options& options) {
-    std::error_code ignored;
-    return !options.output.empty() &&
-           std::filesystem::equivalent(options.input, options.output, ignored);
+/// Refuses an output that would take the place of a file that is read.
+void check_output(const points_options& options) {
+    input_registry read;
+    read.add(options.input);
+    if (options.output.empty() || read.find(options.output) == nullptr) {
+        return;
+    }
+    const std::string& file = read.find(options.output)->file;
+    throw CLI::ValidationError("-o", "\"" + options.output + "\" is " +
+                                         (file == options.input ? "" : "part of ") + "the input");
 }
 
 exit_code run(const points_options& options) {
@@ -100,9 +105,7 @@ exit_code run(const points_options& options) {
         std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
         return exit_code::input_unreadable;
     }
-    if (is_same_file(options)) {
-        throw CLI::ValidationError("-o", "\"" + options.output + "\" is the input");
-    }
+    check_output(options);
     const file_handle file(options.output.empty() ? stdout
                                                   : std::fopen(options.output.c_str(), "wb"));
     if (!file) {

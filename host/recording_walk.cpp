@@ -1,6 +1,10 @@
 #include "recording_walk.hpp"
 
+#include "recording_files.hpp"
+
 #include "scanlib/connection.hpp"
+#include "scanlib/counts_per_byte.hpp"
+#include "scanlib/file_connection.hpp"
 #include "scanlib/rxpmarker.hpp"
 
 #include <cstdio>
@@ -9,12 +13,34 @@
 
 namespace host {
 
+namespace {
+
+void keep_files(scanlib::basic_rconnection& connection, recording_walk& walk) {
+    scanlib::note_unread_files(connection, walk.losses);
+    const scanlib::file_set_report* const report = scanlib::report_of(connection);
+    if (report == nullptr) {
+        return;
+    }
+    walk.files = {};
+    for (const scanlib::file_part& part : report->files.prefixes) {
+        walk.files.prefixes.emplace_back(part.name);
+    }
+    for (const scanlib::file_part& part : report->files.data) {
+        walk.files.data.emplace_back(part.name);
+    }
+    walk.files.override_file = report->override_file;
+    walk.files.unread.assign(report->unread.begin(), report->unread.end());
+}
+
+} // namespace
+
 void walk_recording(const std::string& input, recording_walk& walk, const packet_taker& take,
                     const packet_taker& take_cut) {
     const std::shared_ptr<scanlib::basic_rconnection> connection(
         scanlib::basic_rconnection::create(input, "", ""));
     connection->open();
     walk.opened = true;
+    keep_files(*connection, walk);
     scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity,
                                        scanlib::decoder_headroom, true);
     decoder.set_loss_log(&walk.losses);
@@ -36,7 +62,8 @@ void walk_recording(const std::string& input, recording_walk& walk, const packet
     } catch (const std::exception& e) {
         walk.error = e.what();
     }
-    walk.bytes = connection->position();
+    walk.bytes = connection->position() / scanlib::counts_per_byte(*connection);
+    keep_files(*connection, walk);
 }
 
 bool tell_damage(const std::string& input, const recording_walk& walk) {
@@ -48,8 +75,9 @@ bool tell_damage(const std::string& input, const recording_walk& walk) {
                          scanlib::info_of(kind).sentence);
         }
     }
+    tell_unread(input, walk.files);
     if (walk.error.empty()) {
-        return false;
+        return !walk.files.unread.empty();
     }
     std::fprintf(stderr, "rxp2k7: \"%s\" is damaged at byte %llu: %s\n", input.c_str(),
                  static_cast<unsigned long long>(walk.offset), walk.error.c_str());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "frontend/recording_files.hpp"
 #include "scanlib/loss_log.hpp"
 
 #include <cstdint>
@@ -15,6 +16,7 @@ struct recording_walk {
     std::uint64_t offset = 0;
     std::uint64_t bytes = 0;
     scanlib::loss_log losses;
+    Riegl::RecordingFiles files;
 };
 
 /// Takes the words of a packet. Returns whether to go on; may throw, which ends the reading.
@@ -26,8 +28,8 @@ using packet_taker = std::function<bool(const std::uint32_t* begin, const std::u
 void walk_recording(const std::string& input, recording_walk& walk, const packet_taker& take,
                     const packet_taker& take_cut);
 
-/// Tells on standard error what was lost and what the recording's damage is. Returns whether it is
-/// damaged.
+/// Tells on standard error what was lost, which files were not read, and what the recording's
+/// damage is. Returns whether it is damaged or not whole.
 bool tell_damage(const std::string& input, const recording_walk& walk);
 
 } // namespace host

@@ -483,9 +483,8 @@ void K7File::makeGroup(const std::string& path, Members members) {
 }
 
 void K7File::setScalar(const std::string& path, const std::string& name, const Scalar& value) {
-    State& s = *state_;
-    s.perform("set attribute " + name + " of " + path, [&] {
-        const Handle group = groupAt(s.file, path);
+    state_->perform("set attribute " + name + " of " + path, [&] {
+        const Handle group = groupAt(state_->file, path);
         const Handle space(H5Screate(H5S_SCALAR), H5Sclose);
         std::visit([&](const auto& v) { setAttribute(group, name, typesOf(typeid(v)), space, &v); },
                    value);
@@ -493,9 +492,8 @@ void K7File::setScalar(const std::string& path, const std::string& name, const S
 }
 
 void K7File::setText(const std::string& path, const std::string& name, const std::string& text) {
-    State& s = *state_;
-    s.perform("set attribute " + name + " of " + path, [&] {
-        const Handle group = groupAt(s.file, path);
+    state_->perform("set attribute " + name + " of " + path, [&] {
+        const Handle group = groupAt(state_->file, path);
         const Handle type(H5Tcopy(H5T_C_S1), H5Tclose);
         check(H5Tset_size(type, H5T_VARIABLE));
         check(H5Tset_cset(type, H5T_CSET_UTF8));
@@ -507,13 +505,12 @@ void K7File::setText(const std::string& path, const std::string& name, const std
 
 void K7File::setArray(const std::string& path, const std::string& name,
                       const Holdfast::ChunkBase& values) {
-    State& s = *state_;
-    s.perform("set attribute " + name + " of " + path, [&] {
+    state_->perform("set attribute " + name + " of " + path, [&] {
         const ElementDescription element = describeElement(values.elementType());
         const std::array<hsize_t, 2> shape = {values.size(), element.components};
         const Handle space(H5Screate_simple(element.components == 1 ? 1 : 2, shape.data(), nullptr),
                            H5Sclose);
-        setAttribute(groupAt(s.file, path), name, typesOf(*element.componentType), space,
+        setAttribute(groupAt(state_->file, path), name, typesOf(*element.componentType), space,
                      values.raw());
     });
 }
@@ -521,19 +518,12 @@ void K7File::setArray(const std::string& path, const std::string& name,
 void K7File::store(const std::string& path, const std::string& name, const MemBase& array) {
     State& s = *state_;
     s.perform("store " + path + "/" + name, [&] {
-        const ElementDescription element = array.element();
-        std::vector<hsize_t> shape = {array.rows()};
-        if (array.rank() == 2) {
-            shape.push_back(array.width());
-        }
-        if (element.components != 1) {
-            shape.push_back(element.components);
-        }
+        const std::vector<hsize_t> shape = storedShape<hsize_t>(array);
         const Handle group = groupAt(s.file, path);
         const Handle space(H5Screate_simple(static_cast<int>(shape.size()), shape.data(), nullptr),
                            H5Sclose);
         const Handle creation = s.datasetCreation(array, shape);
-        const TypePair types = typesOf(*element.componentType);
+        const TypePair types = typesOf(*array.element().componentType);
         Handle dataset(H5Dcreate2(group, memberPath("", name).c_str() + 1, types.file, space,
                                   H5P_DEFAULT, creation, H5P_DEFAULT),
                        H5Dclose);
@@ -574,11 +564,7 @@ void K7File::finish() {
         if (!s.medium->close() || !s.medium->error().empty()) {
             throw Failure{s.medium->error()};
         }
-        std::error_code cause;
-        std::filesystem::rename(s.part, s.path, cause);
-        if (cause) {
-            throw Failure{"rename to " + s.path + ": " + cause.message()};
-        }
+        std::filesystem::rename(s.part, s.path);
         s.finished = true;
     });
 }

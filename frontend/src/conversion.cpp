@@ -8,9 +8,10 @@
 
 #include "driver.hpp"
 #include "losses.hpp"
+#include "recording_files.hpp"
+#include "scanlib/counts_per_byte.hpp"
+#include "scanlib/file_connection.hpp"
 #include "scanlib/pointcloud.hpp"
-#include "scanlib/rddp_connection.hpp"
-#include "scanlib/rdtp_connection.hpp"
 #include "scanlib/rxpmarker.hpp"
 #include "text_files.hpp"
 #include "wfm.hpp"
@@ -111,13 +112,6 @@ class ConnectionControl : public StreamControl {
     std::weak_ptr<scanlib::basic_rconnection> connection_;
 };
 
-/// How often the position of a connection counts each byte.
-std::uint64_t counts_per_byte(const scanlib::basic_rconnection& connection) {
-    const bool live = dynamic_cast<const scanlib::rdtp_rconnection*>(&connection) != nullptr ||
-                      dynamic_cast<const scanlib::rddp_rconnection*>(&connection) != nullptr;
-    return live ? 2 : 1;
-}
-
 /// One pass over the stream: every packet but the last to both consumers.
 class Pass {
   public:
@@ -128,7 +122,7 @@ class Pass {
         , file_(file)
         , wfm_(wfm)
         , connection_(connection)
-        , counts_per_byte_(counts_per_byte(connection))
+        , counts_per_byte_(scanlib::counts_per_byte(connection))
         , decoder_(owner, scanlib::decoder_capacity, scanlib::decoder_headroom, true)
         , meta_engine_(std::make_shared<scanlib::pointcloud>(false))
         , report_(report) {
@@ -282,6 +276,7 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
     try {
         connection->open();
         output.opened();
+        scanlib::note_unread_files(*connection, report.losses);
         Pass pass(input, file, wfm, *connection, connection, report);
         text = pass.run();
         if (text.empty()) {
@@ -294,6 +289,8 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
         text = interrupted("unknown exception",
                            "rxpToSkeinK7:  Unknown exception for file: " + utf8_of(file));
     }
+    scanlib::note_unread_files(*connection, report.losses);
+    summary.recording = files_of(*connection);
     return summary.abandoned ? text : finish(text, summary.output, wfm);
 }
 

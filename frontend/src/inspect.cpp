@@ -3,6 +3,8 @@
 
 #include "inspect_fwf.hpp"
 #include "losses.hpp"
+#include "recording_files.hpp"
+#include "scanlib/file_connection.hpp"
 #include "scanlib/rxpmarker.hpp"
 #include "text_files.hpp"
 
@@ -39,6 +41,30 @@ class InspectionReport {
     Holdfast::StrongPtr<ProgressMonitor> monitor_;
 };
 
+/// Tells the files of a connection, whichever way its reading ends.
+class FilesReport {
+  public:
+    FilesReport(scanlib::basic_rconnection& connection, InspectionReport& report)
+        : connection_(connection), report_(report) {
+        scanlib::note_unread_files(connection_, report_.losses);
+    }
+    FilesReport(const FilesReport&) = delete;
+    FilesReport& operator=(const FilesReport&) = delete;
+    ~FilesReport() {
+        try {
+            scanlib::note_unread_files(connection_, report_.losses);
+            report_.summary.recording = files_of(connection_);
+        } catch (...) {
+            // The inspection's own result goes before a report about it.
+            return;
+        }
+    }
+
+  private:
+    scanlib::basic_rconnection& connection_;
+    InspectionReport& report_;
+};
+
 /// Every packet but the last to the consumer.
 void read_through(Input& input, int total, scanlib::basic_rconnection& connection,
                   scanlib::decoder_rxpmarker& decoder, InspectFWF& consumer,
@@ -72,6 +98,7 @@ std::string inspect(const std::filesystem::path& file, Input& input,
     }
     connection->open();
     report.summary.opened = true;
+    const FilesReport files(*connection, report);
     scanlib::decoder_rxpmarker decoder(connection, scanlib::decoder_capacity,
                                        scanlib::decoder_headroom, true);
     decoder.set_loss_log(&report.losses);

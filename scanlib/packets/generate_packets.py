@@ -51,7 +51,7 @@ class Kind:
     def __init__(self, name, pair):
         self.name = name
         self.id, self.version = (int(x) for x in pair.split('.'))
-        self.early = self.utf8 = self.variable = False
+        self.early = self.utf8 = self.variable = self.composite = False
         self.size = None
         self.sequence = self.tail = None
         self.fields, self.beyond, self.elements, self.tags = [], [], [], []
@@ -78,7 +78,7 @@ def parse(path):
                 k.size = int(rest[0])
             elif key == 'sequence':
                 k.sequence = (int(rest[0]), int(rest[1]), 0 if rest[2] == 'none' else int(rest[2]))
-            elif key in ('utf8', 'variable'):
+            elif key in ('utf8', 'variable', 'composite'):
                 setattr(k, key, True)
             elif key in ('field', 'unlisted'):
                 k.fields.append(Field(rest[0], rest[1], rest[2] if len(rest) > 2 else '', key == 'field', len(k.fields) + 1))
@@ -114,6 +114,8 @@ def check(kinds, path):
             fail(k, 'sequence is not laid out in bytes')
         if not k.tags or set(k.tags) - set(TAGS[1:-1]):
             fail(k, 'unknown or no tag')
+        if k.composite and (not k.sequence or k.utf8 or not k.elements):
+            fail(k, 'has no element fields to be composed of')
         if k.sequence and (k.tail or k.beyond):
             fail(k, 'has a sequence and something behind it')
         last = 0
@@ -389,12 +391,12 @@ def catalogue_data_cpp(kinds):
             out.append('constexpr field_layout fields_%s[] = {%s};\n' % (k.name, layout_fields(k.fields)))
         if k.sequence:
             out.append('constexpr field_layout element_%s[] = {%s};\n' % (k.name, layout_fields(element_fields(k))))
-    out.append('\n} // namespace\n\nconst packet_layout layouts[packet_index_count] = {\n    {"unknown", 0, 0, 0, false, 0, 0, false, false, {}, {}},\n')
+    out.append('\n} // namespace\n\nconst packet_layout layouts[packet_index_count] = {\n    {"unknown", 0, 0, 0, false, 0, 0, false, false, false, {}, {}},\n')
     for k in kinds:
         f, e, limit = k.sequence or (k.size * 8, 0, 0)
-        out.append('    {"%s", %d, %d, %d, %s, %d, %d, %s, %s, %s, %s},\n' % (
+        out.append('    {"%s", %d, %d, %d, %s, %d, %d, %s, %s, %s, %s, %s},\n' % (
             k.name, k.id, k.version, f, 'true' if k.sequence else 'false', e, limit, 'true' if k.utf8 else 'false',
-            'true' if k.variable else 'false', 'fields_' + k.name if k.fields else '{}', 'element_' + k.name if k.sequence else '{}'))
+            'true' if k.variable else 'false', 'true' if k.composite else 'false', 'fields_' + k.name if k.fields else '{}', 'element_' + k.name if k.sequence else '{}'))
     out.append('};\n\nconst tag_row tags[tag_count] = {\n')
     for tag in TAGS:
         members = [tag == 'all'] + [tag == 'all' or tag in k.tags for k in kinds]

@@ -413,6 +413,15 @@ class Commands(LiveTest):
         self.assertEqual((code, result['errors']), (0, ''))
         self.assertEqual(k7.differences(path, live), [])
 
+    def test_info_of_a_live_stream_is_that_of_the_file(self):
+        self.simulate(3000)
+        _, wanted, _ = self.run_host('info', '--json', 'scan.rxp')
+        _, found, _ = self.run_host('info', '--json', self.replay())
+        wanted, found = json.loads(wanted), json.loads(found)
+        self.assertEqual(set(wanted), set(found))
+        for key in set(wanted) - {'input', 'files'}:
+            self.assertEqual(wanted[key], found[key], key)
+
     def test_several_clients_at_once(self):
         self.simulate()
         uri = self.replay('--chunk', '1000')

@@ -21,10 +21,6 @@ ARROWS = {
 }
 LONGEST = 600
 HDF5_FILE = 'bundle_interface/src/k7_file.cpp'
-# Longer files, each for a reason.
-LONGER = {
-    HDF5_FILE: 640,  # the one file that may know the storage library
-}
 
 
 def sources(root, folder):
@@ -47,7 +43,7 @@ def check_file(root, folder, path):
     if not raw.isascii():
         yield '%s: not ASCII' % path
     lines = raw.decode('latin-1').split('\n')
-    if len(lines) > LONGER.get(path, LONGEST) + 1:
+    if len(lines) > LONGEST + 1:
         yield '%s: %d lines' % (path, len(lines) - 1)
     for number, line in enumerate(lines, 1):
         m = re.match(r'\s*#\s*include\s*[<"]([^>"]+)[>"]', line)

@@ -9,6 +9,7 @@
 #include "bundle_interface/export.hpp"
 #include "bundle_interface/holdfast.hpp"
 #include "bundle_interface/skein.hpp"
+#include "frontend/recording_files.hpp"
 
 namespace Riegl {
 
@@ -38,6 +39,7 @@ struct ConversionSummary {
     std::uint64_t bytes_in = 0;  ///< bytes that the connection delivered
     std::uint64_t bytes_out = 0; ///< size of the bundle file
     std::vector<Loss> losses;    ///< kinds of loss that occurred
+    RecordingFiles recording;    ///< where it was read from
 };
 
 struct InspectionSummary; // frontend/inspection.hpp

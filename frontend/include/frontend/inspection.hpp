@@ -31,6 +31,7 @@ struct InspectionSummary {
     std::uint64_t failed_plots = 0;     ///< plots that could not be written
     std::string failure;                ///< text of the first of them
     std::vector<Loss> losses;           ///< kinds of loss that occurred
+    RecordingFiles recording;           ///< where it was read from
 };
 
 /// Plots the waveforms of each shot whose time lies within `input.TimeRange`, its bounds included,

@@ -8,6 +8,8 @@
 
 namespace scanlib {
 
+class override_listener;
+
 /// What all connections share: a name and the end of the input.
 class basic_connection {
   public:
@@ -35,6 +37,10 @@ class basic_connection {
 };
 
 /// Source of a stream's bytes. Made by `create` and held by std::shared_ptr. Read by one thread.
+///
+/// With an override text each header packet of the stream, and what follows it up to the first
+/// measurement, is delivered as the text demands (see rewriter.hpp); the bytes behind it are the
+/// stream's own. Without one, and without a log, each costs a test a read.
 class basic_rconnection : public virtual basic_connection,
                           public std::enable_shared_from_this<basic_rconnection> {
   public:
@@ -55,8 +61,19 @@ class basic_rconnection : public virtual basic_connection,
     virtual void stop();
     ~basic_rconnection() override;
 
-    /// Delivers up to `n` bytes, perhaps fewer; 0 at the end. Throws what the source throws.
+    /// Delivers up to `n` bytes, perhaps fewer; 0 at the end. Throws what the source throws; where
+    /// a header packet cannot be replaced, what rewriting it throws, and std::runtime_error
+    /// ("internal error: parameter replacement 1" or "2" for a result that does not begin with a
+    /// header packet, "header replacement: ..." beyond the limits below) or std::bad_weak_ptr for a
+    /// connection that no std::shared_ptr holds; std::runtime_error for a log that cannot be
+    /// written ("cannot create logfile extension", "cannot write logfile ..."), which is closed
+    /// then: no byte of the stream is lost, the next read delivers it.
     std::uint64_t read(char* dst, std::uint64_t n);
+
+    /// Limits of what is held in memory for a replacement: bytes from a header packet to the first
+    /// measurement, and headers that follow it before that.
+    static constexpr std::uint64_t longest_header_region = std::uint64_t{1} << 25;
+    static constexpr std::uint32_t most_headers_in_region = 64;
 
     /// Reads until `n` bytes are there or the input ends; gcount tells how many. Throws
     /// std::runtime_error once the input has ended.
@@ -66,6 +83,21 @@ class basic_rconnection : public virtual basic_connection,
     std::uint64_t gcount() const noexcept { return gcount_; }
     /// Size of the input in bytes where known, else 0.
     std::uint64_t size() const noexcept { return size_; }
+
+    /// Sets the override text for the header packets to come; empty for none.
+    void pxp(const std::string& text);
+    /// Who hears what the override text does; null for nobody. Must outlive the reading.
+    void listen_to_overrides(override_listener* listener) noexcept;
+
+    /// Copies from now on what is read to a file, as read: with an override text the bytes of a
+    /// header region twice, before and after. Where a read goes beyond `limit` bytes, the rest of
+    /// it is left out, and the next one begins the file PATH_001, and so on. Removes such files of
+    /// an earlier log. Throws std::runtime_error ("cannot create logfile").
+    void log(const std::string& path, std::int64_t limit);
+    /// Throws std::runtime_error ("cannot write logfile ...").
+    void flush_log();
+    /// Ends the log, so that the file is whole. Throws as flush_log does.
+    void close_log();
 
   protected:
     explicit basic_rconnection(std::string pxp);
@@ -79,9 +111,14 @@ class basic_rconnection : public virtual basic_connection,
     std::uint64_t gcount_ = 0;
     std::uint64_t position_ = 0;
     std::uint64_t size_ = 0;
-    std::string pxp_;
+    std::string pxp_; ///< set it before the first read, later through its setter
 
   private:
+    std::uint64_t take_pushed_back(char* dst, std::uint64_t n);
+    std::uint64_t replace_headers(const char* data, std::uint64_t n, std::uint64_t in_region);
+    void replace_header();
+    void copy_to_log(const char* data, std::uint64_t n);
+
     struct state;
     std::unique_ptr<state> state_;
 };

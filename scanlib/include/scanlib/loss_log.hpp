@@ -15,6 +15,7 @@ enum class loss : std::uint8_t {
     short_sequence,
     partial_word,
     last_packet,
+    unread_file,
     undeliverable_packet,
     shot_held_back,
     shot_without_time,

@@ -71,6 +71,7 @@ struct packet_layout {
     std::uint32_t limit; ///< largest count of elements, 0 for none declared
     bool is_text;        ///< the sequence is text
     bool is_variable;    ///< behind the fields stands a part that the view leaves alone
+    bool is_composite;   ///< the text form of an element is its fields, not one unsigned number
     std::span<const field_layout> fields;
     std::span<const field_layout> element_fields;
 };

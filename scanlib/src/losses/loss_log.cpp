@@ -15,6 +15,8 @@ constexpr loss_info table[] = {
      "The stream ended inside a 32-bit word; the bytes read with it were dropped."},
     {"last packet",
      "Nothing follows the last packet of a stream, so it may be cut; it was not used."},
+    {"unread files",
+     "A file of the recording could not be read, or follows one that could not; it was left out."},
     {"undeliverable packets", "A packet was refused by its handler and ended the pass."},
     {"held-back shots",
      "A shot came before the first valid time synchronisation; its echoes were not stored."},

@@ -127,15 +127,34 @@ TEST_F(FileConnection, LargerThanItsBufferReadsWhole) {
 TEST_F(FileConnection, WriterWritesWhatItIsGiven) {
     const std::string path = (folder_ / "out").string();
     for (const std::string& uri : {path, "file:" + path}) {
-        const std::unique_ptr<basic_wconnection> c(basic_wconnection::create(uri));
+        std::unique_ptr<basic_wconnection> c(basic_wconnection::create(uri));
         EXPECT_EQ(c->write("abc", 3), 3);
         EXPECT_EQ(c->write("de", 2), 2);
-        c->close();
+        c.reset();
         EXPECT_EQ(all_of(*reader(path), 100), "abcde");
-        EXPECT_EQ(failure([&] { c->write("x", 1); }), "Error writing to file!");
     }
     EXPECT_EQ(failure([&] { basic_wconnection::create((folder_ / "no" / "out").string()); }),
               "Could not open \"" + (folder_ / "no" / "out").string() + "\" for writing!");
+}
+
+TEST_F(FileConnection, WriterStaysOpenUntilItIsFinishedOrDestroyed) {
+    const std::string path = (folder_ / "out").string();
+    scanlib::file_wconnection c("file:" + path);
+    c.open();
+    c.write("abc", 3);
+    c.flush();
+    c.close();
+    c.write("de", 2);
+    c.finish();
+    EXPECT_EQ(all_of(*reader(path), 100), "abcde");
+    c.finish();
+    EXPECT_EQ(failure([&] { c.write("x", 1); }), "Error writing to file!");
+}
+
+TEST_F(FileConnection, WriterEmptiesAFileThatIsThere) {
+    const std::string path = file("out", "something longer");
+    { scanlib::file_wconnection c("file:" + path); }
+    EXPECT_EQ(fs::file_size(path), 0u);
 }
 
 TEST_F(FileConnection, FullDiskIsToldWhenTheBufferMustGoOut) {
@@ -143,12 +162,11 @@ TEST_F(FileConnection, FullDiskIsToldWhenTheBufferMustGoOut) {
     getrlimit(RLIMIT_FSIZE, &old);
     signal(SIGXFSZ, SIG_IGN);
     const rlimit small{10, old.rlim_max};
-    const std::unique_ptr<basic_wconnection> c(
-        basic_wconnection::create((folder_ / "full").string()));
+    scanlib::file_wconnection c("file:" + (folder_ / "full").string());
     setrlimit(RLIMIT_FSIZE, &small);
     const std::string told = failure([&] {
-        c->write("more than ten bytes", 19);
-        c->close();
+        c.write("more than ten bytes", 19);
+        c.finish();
     });
     setrlimit(RLIMIT_FSIZE, &old);
     EXPECT_EQ(told, "Error writing to file!");

@@ -1,0 +1,90 @@
+#include "commands.hpp"
+#include "input_file.hpp"
+#include "override_report.hpp"
+#include "override_run.hpp"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace host {
+
+namespace {
+
+struct check_options {
+    std::string input;
+    std::string override_name;
+    bool json = false;
+};
+
+/// Tells a failure, and all of the result where it is JSON.
+void tell_failure(const check_options& options, const override_check& check) {
+    std::fprintf(stderr, "rxp2k7: %s\n", check.failure.c_str());
+    if (options.json) {
+        std::fputs(json_of(check).c_str(), stdout);
+    }
+}
+
+exit_code code_of(const override_check& check) {
+    const override_findings& f = *check.findings;
+    const bool applies =
+        check.failure.empty() && !f.regions().empty() && !f.any_failed() && !f.any_outstanding();
+    return applies ? exit_code::good : exit_code::input_damaged;
+}
+
+exit_code check(const check_options& options) {
+    override_check result;
+    result.input = options.input;
+    result.override_name = options.override_name;
+    result.failure = reason_unreadable(options.input);
+    std::unique_ptr<override_file> file;
+    if (result.failure.empty()) {
+        file = read_override_file(options.override_name, result.failure);
+    }
+    if (!file) {
+        tell_failure(options, result);
+        return exit_code::input_unreadable;
+    }
+    override_findings findings(file->entries, true);
+    result.entries = &file->entries;
+    result.findings = &findings;
+    result.failure =
+        read_overridden(options.input, *file, findings, [](const char*, std::uint64_t) {});
+    if (!result.failure.empty()) {
+        std::fprintf(stderr, "rxp2k7: %s\n", result.failure.c_str());
+    }
+    if (options.json) {
+        std::fputs(json_of(result).c_str(), stdout);
+    } else {
+        print_check(result);
+    }
+    return code_of(result);
+}
+
+exit_code run(const check_options& options) {
+    if (is_live_stream(options.input)) {
+        throw CLI::ValidationError("check-override", "INPUT must be a recording");
+    }
+    const exit_code code = check(options);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
+        return exit_code::output_failed;
+    }
+    return code;
+}
+
+} // namespace
+
+void add_check_override(CLI::App& app, exit_code& result) {
+    CLI::App* command = app.add_subcommand(
+        "check-override",
+        "Tell what an override text changes in a recording, entry by entry, or why it does not.");
+    auto options = std::make_shared<check_options>();
+    command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
+    command->add_option("PXP", options->override_name, "override text (*.pxp)")->required();
+    command->add_flag("--json", options->json, "print one JSON object");
+    command->callback([options, &result] { result = run(*options); });
+}
+
+} // namespace host

@@ -1,0 +1,100 @@
+#include "commands.hpp"
+#include "input_file.hpp"
+#include "override_report.hpp"
+#include "override_run.hpp"
+#include "recording_output.hpp"
+
+#include "scanlib/file_set.hpp"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace host {
+
+namespace {
+
+struct override_options {
+    std::string input;
+    std::string override_name;
+    std::string output;
+};
+
+/// What is read must not be overwritten.
+void check_output(const override_options& options) {
+    std::vector<std::string> read{options.override_name};
+    const scanlib::file_set set = scanlib::find_file_set(options.input);
+    for (const auto* parts : {&set.prefixes, &set.data}) {
+        for (const scanlib::file_part& part : *parts) {
+            read.push_back(part.name);
+        }
+    }
+    for (const std::string& name : read) {
+        std::error_code missing;
+        if (std::filesystem::equivalent(name, options.output, missing)) {
+            throw CLI::ValidationError("override", "the output would overwrite \"" + name + "\"");
+        }
+    }
+}
+
+exit_code refuse(const std::string& reason) {
+    std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
+    return exit_code::input_unreadable;
+}
+
+exit_code write_overridden(const override_options& options, const override_file& file) {
+    override_findings findings(file.entries, false);
+    recording_output output(options.output);
+    const std::string failure =
+        read_overridden(options.input, file, findings,
+                        [&](const char* data, std::uint64_t n) { output.write(data, n); });
+    if (!failure.empty()) {
+        return refuse(failure + "; \"" + options.output + "\" is not written");
+    }
+    output.publish();
+    warn_of_findings({options.input, options.override_name, &file.entries, &findings, ""});
+    std::printf("%s\n  bytes      %llu\n", options.output.c_str(),
+                static_cast<unsigned long long>(output.bytes_written()));
+    const bool applied = !findings.regions().empty() && !findings.any_outstanding();
+    return applied ? exit_code::good : exit_code::input_damaged;
+}
+
+exit_code run(const override_options& options) {
+    if (is_live_stream(options.input)) {
+        throw CLI::ValidationError("override", "INPUT must be a recording");
+    }
+    check_output(options);
+    std::string reason = reason_unreadable(options.input);
+    if (!reason.empty()) {
+        return refuse(reason);
+    }
+    const std::unique_ptr<override_file> file = read_override_file(options.override_name, reason);
+    if (!file) {
+        return refuse(reason);
+    }
+    try {
+        return write_overridden(options, *file);
+    } catch (const simulator::output_error& e) {
+        std::fprintf(stderr, "rxp2k7: %s\n", e.what());
+        return exit_code::output_failed;
+    }
+}
+
+} // namespace
+
+void add_override(CLI::App& app, exit_code& result) {
+    CLI::App* command = app.add_subcommand(
+        "override", "Write a recording with its header corrected as an override text says, with "
+                    "its prefixes and continuations in one file.");
+    auto options = std::make_shared<override_options>();
+    command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
+    command->add_option("PXP", options->override_name, "override text (*.pxp)")->required();
+    command->add_option("OUTPUT", options->output, "recording to write")->required();
+    command->callback([options, &result] { result = run(*options); });
+}
+
+} // namespace host

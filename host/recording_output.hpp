@@ -1,0 +1,39 @@
+#pragma once
+
+#include "simulator/recording_file.hpp"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace host {
+
+/// A recording in the making: under another name until it is whole. Devices and pipes are written
+/// as they are.
+class recording_output {
+  public:
+    /// Creates the file. Throws simulator::output_error.
+    explicit recording_output(const std::string& path);
+    recording_output(const recording_output&) = delete;
+    recording_output& operator=(const recording_output&) = delete;
+    /// Removes what was not published.
+    ~recording_output();
+
+    /// Throws simulator::output_error.
+    void write(const char* data, std::uint64_t n);
+
+    /// What write writes to, for an encoder. Closed by publish.
+    const std::shared_ptr<simulator::recording_file>& connection() const noexcept { return file_; }
+
+    /// Gives the recording its name. Throws simulator::output_error.
+    void publish();
+
+    std::uint64_t bytes_written() const noexcept { return file_->bytes_written(); }
+
+  private:
+    std::filesystem::path path_;
+    std::filesystem::path written_;
+    std::shared_ptr<simulator::recording_file> file_;
+};
+
+} // namespace host

@@ -1,0 +1,127 @@
+#include "header_scan.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace scanlib {
+
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "words are compared as they lie");
+constexpr std::uint32_t start_word = 0xFFFFFFFFu;
+constexpr std::uint32_t header_word = 0x00010000u;
+constexpr std::size_t word_bytes = 4;
+
+std::uint32_t word_at(const char* data, std::size_t i) noexcept {
+    std::uint32_t word;
+    std::memcpy(&word, data + i * word_bytes, sizeof word);
+    return word;
+}
+
+// Blocks of words, which the compiler turns into vector compares.
+constexpr std::size_t block = 64;
+
+bool block_has_start_word(const char* data) noexcept {
+    std::uint32_t any = 0;
+    for (std::size_t i = 0; i < block; ++i) {
+        any |= word_at(data, i) == start_word ? ~0u : 0u;
+    }
+    return any != 0;
+}
+
+/// The pair may begin with the block's last word, so that one word more is read.
+bool block_has_pair(const char* data) noexcept {
+    std::uint32_t any = 0;
+    for (std::size_t i = 0; i < block; ++i) {
+        const std::uint32_t differs =
+            (word_at(data, i) ^ start_word) | (word_at(data, i + 1) ^ header_word);
+        any |= differs == 0 ? 1u : 0u;
+    }
+    return any != 0;
+}
+
+/// First i below `words` - 1 at which the two words of a header's start stand, else `words` - 1.
+std::size_t pair_from(const char* data, std::size_t i, std::size_t words) noexcept {
+    const std::size_t last = words - 1;
+    const auto block_holds_it = [&](std::size_t at) {
+        const char* const p = data + at * word_bytes;
+        return block_has_start_word(p) && block_has_pair(p);
+    };
+    while (i + block <= last && !block_holds_it(i)) {
+        i += block;
+    }
+    // The last block may overlap the one before.
+    if (i + block > last && last >= block && !block_holds_it(last - block)) {
+        return last;
+    }
+    while (i < last && (word_at(data, i) != start_word || word_at(data, i + 1) != header_word)) {
+        ++i;
+    }
+    return i;
+}
+
+/// Whether the run of start words that ends in front of `end`, and does not reach below `begin`,
+/// is odd.
+bool odd_run(const char* data, std::size_t begin, std::size_t end) noexcept {
+    bool odd = false;
+    for (; end > begin && word_at(data, end - 1) == start_word; --end) {
+        odd = !odd;
+    }
+    return odd;
+}
+
+} // namespace
+
+/// Returns whether the word completes a header's start.
+bool header_scan::take_word(std::uint32_t word) noexcept {
+    const bool found = counts_ && word == header_word;
+    counts_ = !counts_ && word == start_word;
+    return found;
+}
+
+/// Completes the word that the piece before has cut; returns the bytes taken.
+std::size_t header_scan::fill_word(const char* data, std::size_t n, bool& found) {
+    const std::size_t k = std::min(n, word_bytes - count_);
+    std::copy_n(data, k, partial_.begin() + count_);
+    count_ += static_cast<std::uint32_t>(k);
+    if (count_ == word_bytes) {
+        count_ = 0;
+        found = take_word(word_at(partial_.data(), 0));
+    }
+    return k;
+}
+
+std::size_t header_scan::find(const char* data, std::size_t n) {
+    bool found = false;
+    std::size_t done = count_ == 0 ? 0 : fill_word(data, n, found);
+    if (found) {
+        return done;
+    }
+    const char* const body = data + done;
+    const std::size_t words = (n - done) / word_bytes;
+    std::size_t begin = 0; // of the words whose runs begin with no start word before them
+    if (words != 0 && counts_) {
+        begin = 1;
+        if (take_word(word_at(body, 0))) {
+            return done + word_bytes;
+        }
+    }
+    if (words > begin) {
+        for (std::size_t i = pair_from(body, begin, words); i + 1 < words;
+             i = pair_from(body, i + 1, words)) {
+            if (odd_run(body, begin, i + 1)) {
+                counts_ = false;
+                return done + (i + 2) * word_bytes;
+            }
+        }
+        counts_ = odd_run(body, begin, words);
+    }
+    done += words * word_bytes;
+    if (done != n) {
+        fill_word(data + done, n - done, found);
+    }
+    return 0;
+}
+
+} // namespace scanlib
