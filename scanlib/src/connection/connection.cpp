@@ -9,9 +9,9 @@
 
 #include "header_scan.hpp"
 #include "scanlib/file_connection.hpp"
+#include "scanlib/mem_wconnection.hpp"
 #include "scanlib/rddp_connection.hpp"
 #include "scanlib/rdtp_connection.hpp"
-#include "scanlib/mem_wconnection.hpp"
 #include "scanlib/rewriter.hpp"
 #include "stream_log.hpp"
 #include "uri.hpp"
