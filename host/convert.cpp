@@ -5,6 +5,7 @@
 #include "interrupts.hpp"
 #include "numbers.hpp"
 #include "output_folder.hpp"
+#include "printable.hpp"
 #include "progress.hpp"
 #include "stdout_guard.hpp"
 #include "time_range.hpp"
@@ -105,7 +106,7 @@ class console_lines {
     explicit console_lines(progress_line& line) {
         Holdfast::Console::setSink([&line](const std::string& message) {
             line.clear();
-            std::fprintf(stderr, "%s\n", message.c_str());
+            std::fprintf(stderr, "%s\n", printable(message).c_str());
         });
     }
     console_lines(const console_lines&) = delete;

@@ -2,6 +2,7 @@
 #include "file_handle.hpp"
 #include "input_file.hpp"
 #include "interrupts.hpp"
+#include "printable.hpp"
 #include "progress.hpp"
 #include "resume_note.hpp"
 
@@ -197,7 +198,8 @@ exit_code record_from(const record_options& options, const resume_note& from) {
     } catch (const std::exception& e) {
         close_run(run, options, false);
         std::fprintf(stderr, "rxp2k7: %s: stopped at byte %llu; what came before is stored: %s\n",
-                     options.uri.c_str(), static_cast<unsigned long long>(run.bytes()), e.what());
+                     options.uri.c_str(), static_cast<unsigned long long>(run.bytes()),
+                     printable(e.what()).c_str());
         return exit_code::input_damaged;
     }
     close_run(run, options, signals.count() == 0 && came_to_its_end(*connection));
@@ -216,7 +218,7 @@ exit_code run(const record_options& options) {
         std::fprintf(stderr, "rxp2k7: %s\n", e.what());
         code = exit_code::output_failed;
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: %s: %s\n", options.uri.c_str(), e.what());
+        std::fprintf(stderr, "rxp2k7: %s: %s\n", options.uri.c_str(), printable(e.what()).c_str());
         code = exit_code::input_unreadable;
     }
     std::fflush(stdout);

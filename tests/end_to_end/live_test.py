@@ -368,6 +368,14 @@ class Hostile(LiveTest):
         self.check(lambda conn: conn.sendall(self.REPLY + junk), 4, 'Unexpected server status: ')
         self.check(lambda conn: conn.sendall(self.REPLY + b'800\n' + b'junk' * 200 + b'EOF\n'), 4, 'Bad preamble.')
 
+    def test_what_a_server_says_cannot_take_over_the_terminal(self):
+        _, _, err = self.run_host('convert', self.hostile(lambda conn: conn.sendall(b'ERROR error-text=\x1b[2J\x07gone\n')))
+        self.assertIn('?[2J?gone', err)
+        self.assertNotIn('\x1b', err)
+        _, _, err = self.run_host('record', self.hostile(lambda conn: conn.sendall(b'\x1b[2J' + b'x' * 60000 + b'\n')), 'out.rxp')
+        self.assertIn('Unexpected server status: ?[2J', err)
+        self.assertLess(len(err), 3000)
+
     def test_error_with_and_without_text(self):
         self.check(lambda conn: conn.sendall(b'ERROR error-text=No scan here.\n'), 3, ': No scan here.')
         self.check(lambda conn: conn.sendall(b'ERROR\n'), 3, 'cannot be opened; no output is made: ')
@@ -523,7 +531,7 @@ class Interrupted(LiveTest):
 
     @staticmethod
     def wait_for(condition):
-        for _ in range(2000):
+        for _ in range(4000):
             if condition():
                 return
             time.sleep(0.005)
@@ -533,10 +541,10 @@ class Interrupted(LiveTest):
         return os.path.getsize(self.path(name)) if os.path.exists(self.path(name)) else 0
 
     def test_interrupt_ends_a_live_conversion_with_a_whole_file(self):
-        uri = self.slow_replay(4)
+        uri = self.slow_replay(12)
         self.convert('scan.rxp')
         p = self.start('convert', '--json', '--fragment-size', '1000', uri)
-        time.sleep(1)
+        self.wait_for(lambda: self.size_of('current.k7.part') > 500000)
         p.send_signal(signal.SIGINT)
         out, _ = p.communicate(timeout=20)
         self.assertEqual(p.returncode, 0)
@@ -572,7 +580,7 @@ class Interrupted(LiveTest):
         self.assertGreater(len(k7.columns(self.path('current.k7'), 'Shots')['GPSTime']), 1000)
 
     def test_an_interrupted_recording_goes_on(self):
-        uri = self.slow_replay(2)
+        uri = self.slow_replay(3)
         for _ in range(3):
             before = self.size_of('out.rxp')
             p = self.start('record', uri, 'out.rxp', '--resume')

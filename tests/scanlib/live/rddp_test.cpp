@@ -209,6 +209,18 @@ TEST_F(Rddp, StopWithoutAnythingToWaitForEndsBehindTheDatagramAtHand) {
     EXPECT_EQ(read(100), "");
 }
 
+TEST(RddpUri, ReadBeforeOpenAndBehindCloseFails) {
+    rddp_rconnection c("rddp://127.0.0.1:0", "", "");
+    std::array<char, 100> block;
+    const auto read = [&] { c.read(block.data(), block.size()); };
+    EXPECT_EQ(failure<std::system_error>(read), "handle_receive_from: Bad file descriptor");
+    c.open();
+    c.close();
+    read(); // the preamble
+    EXPECT_EQ(c.gcount(), 16u);
+    EXPECT_EQ(failure<std::system_error>(read), "handle_receive_from: Bad file descriptor");
+}
+
 TEST(RddpUri, PortInUseFailsToBind) {
     rddp_rconnection first("rddp://127.0.0.1:0", "", "");
     first.open();
