@@ -1,13 +1,13 @@
 #include "replay_recording.hpp"
 
+#include "scanlib/file_set.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <fcntl.h>
 #include <filesystem>
 #include <system_error>
-
-#include <sys/stat.h>
 
 namespace host {
 
@@ -56,20 +56,47 @@ std::chrono::nanoseconds replay_pace::due(std::uint64_t offset) const {
         std::chrono::duration<double>(std::min(seconds, 3.2e7)));
 }
 
-replay_recording::replay_recording(const std::string& path)
-    : file_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-    struct stat status {};
-    if (!file_ || ::fstat(file_.get(), &status) != 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot read \"" + path + "\"");
+replay_recording::replay_recording(const std::string& path) {
+    const scanlib::file_set files = scanlib::find_file_set(path);
+    for (const auto& list : {files.prefixes, files.data}) {
+        for (const scanlib::file_part& file : list) {
+            file_handle opened(::open(file.name.c_str(), O_RDONLY | O_CLOEXEC));
+            if (!opened) {
+                throw std::system_error(errno, std::generic_category(),
+                                        "cannot read \"" + file.name + "\"");
+            }
+            parts_.push_back({std::move(opened), file.size});
+            size_ += file.size;
+        }
     }
-    size_ = static_cast<std::uint64_t>(status.st_size);
     id_ = fit_for_a_line(std::filesystem::path(path).stem().string());
     key_ = digest(id_ + '/' + std::to_string(size_));
 }
 
+replay_recording::piece replay_recording::at(std::uint64_t offset) const noexcept {
+    for (const part& p : parts_) {
+        if (offset < p.bytes) {
+            return {p.file.get(), offset, p.bytes - offset};
+        }
+        offset -= p.bytes;
+    }
+    return {-1, 0, 0};
+}
+
 std::size_t replay_recording::read(std::uint64_t offset, char* dst, std::size_t n) const {
-    const ssize_t k = ::pread(file_.get(), dst, n, static_cast<off_t>(offset));
-    return k < 0 ? 0 : static_cast<std::size_t>(k);
+    std::size_t done = 0;
+    while (done < n) {
+        const piece p = at(offset + done);
+        const std::size_t wanted = std::min<std::uint64_t>(n - done, p.bytes);
+        const ssize_t k =
+            wanted == 0 ? 0
+                        : ::pread(p.descriptor, dst + done, wanted, static_cast<off_t>(p.offset));
+        if (k <= 0) {
+            break;
+        }
+        done += static_cast<std::size_t>(k);
+    }
+    return done;
 }
 
 std::string replay_recording::token_at(std::uint64_t offset) const {

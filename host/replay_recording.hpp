@@ -37,16 +37,25 @@ class replay_pace {
     std::vector<mark> marks_;
 };
 
-/// A recording that is replayed: read by offset, from several threads.
+/// A recording that is replayed: read by offset, from several threads. Its files are one stream, as
+/// for every reader; a text that corrects its header is not used.
 class replay_recording {
   public:
-    /// Throws std::system_error, naming the file, when it cannot be opened.
+    /// A part of the stream that lies in one file.
+    struct piece {
+        int descriptor;
+        std::uint64_t offset; ///< within the file
+        std::uint64_t bytes;  ///< from there to the file's end
+    };
+
+    /// Throws std::system_error, naming the file, when one cannot be opened.
     explicit replay_recording(const std::string& path);
 
     std::uint64_t size() const noexcept { return size_; }
     /// The file's name without folder and extension, fit for a protocol line.
     const std::string& id() const noexcept { return id_; }
-    int descriptor() const noexcept { return file_.get(); }
+    /// Where the stream goes on at `offset`; no bytes at its end.
+    piece at(std::uint64_t offset) const noexcept;
 
     /// Up to `n` bytes at `offset`; 0 at the end or where the file cannot be read.
     std::size_t read(std::uint64_t offset, char* dst, std::size_t n) const;
@@ -57,7 +66,11 @@ class replay_recording {
     std::optional<std::uint64_t> place_of(const std::string& token) const;
 
   private:
-    file_handle file_;
+    struct part {
+        file_handle file;
+        std::uint64_t bytes;
+    };
+    std::vector<part> parts_;
     std::uint64_t size_ = 0;
     std::string id_;
     std::string key_; ///< the same for the same name and size

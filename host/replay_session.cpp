@@ -211,8 +211,10 @@ bool replay_session::send_text(const std::string& text, bool more_follows) {
 bool replay_session::send_data(std::uint64_t length) {
     const std::uint64_t end = position_ + length;
     while (position_ < end) {
-        auto at = static_cast<off_t>(position_);
-        const ssize_t k = ::sendfile(socket_.get(), recording_.descriptor(), &at, end - position_);
+        const replay_recording::piece piece = recording_.at(position_);
+        auto at = static_cast<off_t>(piece.offset);
+        const ssize_t k = ::sendfile(socket_.get(), piece.descriptor, &at,
+                                     std::min(end - position_, piece.bytes));
         if (k <= 0) {
             return false;
         }

@@ -85,6 +85,27 @@ TEST_F(Replay, AnyContinuationOfAClientIsTheRest) {
     }
 }
 
+TEST_F(Replay, FilesOfASetAreOneStream) {
+    const auto put = [&](const char* name, const std::string& text) {
+        std::ofstream(std::filesystem::path(path()).parent_path() / name, std::ios::binary) << text;
+    };
+    put("common.rxo", "before all");
+    put("scan one.rxo", "before");
+    put("scan one.rxp_001", std::string(5000, 'x'));
+    put("scan one.rxp_002", "the end");
+    put("scan one.rxp_004", "no part of it");
+    recording_ = std::make_shared<const replay_recording>(path());
+    const std::string all = "before allbefore" + bytes_ + std::string(5000, 'x') + "the end";
+    EXPECT_EQ(recording_->size(), all.size());
+    const auto server = serve({777, {}});
+    EXPECT_EQ(rest(*connect(*server)), all);
+    EXPECT_EQ(rest(*connect(*server, recording_->token_at(5) + ":300020")), all.substr(300025));
+    std::string middle(20, ' ');
+    EXPECT_EQ(recording_->read(7, middle.data(), middle.size()), middle.size());
+    EXPECT_EQ(middle, all.substr(7, 20));
+    EXPECT_EQ(recording_->read(all.size() - 3, middle.data(), middle.size()), 3u);
+}
+
 TEST_F(Replay, TokenOfAnotherRecordingIsRefused) {
     const auto server = serve({});
     try {
