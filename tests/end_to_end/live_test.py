@@ -202,20 +202,26 @@ class Faults(LiveTest):
         # The same chunks in every transfer, so that a position means the same in each.
         self.lengths = lambda at: lengths.setdefault(at, self.random.randrange(1, 400))
 
-    def sent_bytes(self, tokens):
-        """What a whole transfer sends, up to the first token and in all."""
-        server = self.server(self.recording, lengths=self.lengths, tokens=tokens)
-        s = socket.create_connection(('127.0.0.1', server.port))
-        s.sendall(b'CURRENT encoding=chunked; format=rxp\n')
-        got = b''
-        while not got.endswith(b'EOF\n'):
-            got += s.recv(65536)
-        s.close()
-        found = re.search(rb'Continuation-Token = \S+\n', got)
-        return found.end() if found else None, len(got)
+    def sent_until(self, ending, **options):
+        """What a transfer sends up to the first match, in bytes."""
+        server = self.server(self.recording, lengths=self.lengths, **options)
+        with socket.create_connection(('127.0.0.1', server.port)) as s:
+            s.sendall(b'CURRENT encoding=chunked; format=rxp\n')
+            got = b''
+            while not re.search(ending, got):
+                got += s.recv(65536)
+        return re.search(ending, got).end()
+
+    def first_token(self, **options):
+        return self.sent_until(rb'Continuation-Token = [^\n]*\n', **options)
+
+    def sent_bytes(self, **options):
+        return self.sent_until(rb'EOF\n$', **options)
 
     def test_a_link_reset_at_200_random_places_gives_the_whole_stream(self):
-        first_token, total = self.sent_bytes(1)
+        # Somewhat less than what is sent with acknowledges, which this client of the test does not give.
+        total = self.sent_bytes(tokens=1)
+        first_token = self.first_token(tokens=1, acknowledges=2)
         server = self.server(self.recording, lengths=self.lengths, tokens=1, acknowledges=2)
         client = self.client()
         reset_at = 0
@@ -236,7 +242,7 @@ class Faults(LiveTest):
         self.assertLess(early, 10)
 
     def test_a_link_reset_before_the_first_token_fails_as_described(self):
-        first_token, _ = self.sent_bytes(1)
+        first_token = self.first_token(tokens=1)
         server = self.server(self.recording, lengths=self.lengths, tokens=1)
         client = self.client()
         reply_end = None
@@ -253,7 +259,7 @@ class Faults(LiveTest):
         self.assertTrue(0 < reply_end < first_token)
 
     def test_without_tokens_a_reset_fails_with_what_arrived_before(self):
-        _, total = self.sent_bytes(0)
+        total = self.sent_bytes(tokens=0)
         server = self.server(self.recording, lengths=self.lengths, tokens=0)
         client = self.client()
         for _ in range(20):
@@ -299,7 +305,7 @@ class Faults(LiveTest):
             self.assertEqual(self.client().receive(proxy.uri()).data, self.recording)
 
     def test_a_link_closed_without_the_end_ends_the_stream_there(self):
-        first_token, total = self.sent_bytes(1)
+        first_token, total = self.first_token(tokens=1), self.sent_bytes(tokens=1)
         server = self.server(self.recording, lengths=self.lengths)
         client = self.client()
         whole = 0
