@@ -10,6 +10,8 @@
 #include "header_scan.hpp"
 #include "scanlib/file_connection.hpp"
 #include "scanlib/mem_wconnection.hpp"
+#include "scanlib/rddp_connection.hpp"
+#include "scanlib/rdtp_connection.hpp"
 #include "scanlib/rewriter.hpp"
 #include "stream_log.hpp"
 #include "uri.hpp"
@@ -111,8 +113,11 @@ basic_rconnection* basic_rconnection::create(const std::string& uri,
                                              const std::string& continuation,
                                              const std::string& pxp) {
     const std::string_view scheme = scheme_of(uri);
-    if (scheme == "rdtp" || scheme == "rddp") {
-        throw std::runtime_error("This build has no transport for the scheme of \"" + uri + "\".");
+    if (scheme == "rdtp") {
+        return new rdtp_rconnection(uri, continuation, pxp);
+    }
+    if (scheme == "rddp") {
+        return new rddp_rconnection(uri, continuation, pxp);
     }
     return new file_rconnection(scheme == file_scheme ? uri : std::string(file_prefix) + uri,
                                 continuation, pxp);
