@@ -18,7 +18,8 @@ set(headers_bundle_interface
   bundle_interface/skein/field.hpp
   bundle_interface/skein/grid.hpp
   bundle_interface/skein/mem_array.hpp
-  bundle_interface/skein/storage_transformations.hpp)
+  bundle_interface/skein/storage_transformations.hpp
+  bundle_interface/tern.hpp)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/rxp2k7)
 foreach(library frontend bundle_interface)
   foreach(header ${headers_${library}})

@@ -72,7 +72,7 @@ def page(command, main, commands, texts, version):
     sections.append(('EXIT STATUS', '\n'.join(exit_codes(main.footer))))
     others = ['rxp2k7'] + ['rxp2k7-' + c.name for c in commands]
     sections.append(('SEE ALSO', ',\n'.join('\\fB%s\\fR(1)' % escape(o) for o in others if o != name)))
-    head = '.TH %s 1 "" "rxp2k7 %s" "User Commands"\n' % (escape(name.upper()), version)
+    head = '.TH %s 1 "" "rxp2k7 %s" "User Commands"\n.ad l\n.nh\n' % (escape(name.upper()), version)
     return name, head + ''.join('.SH %s\n%s\n' % s for s in sections)
 
 
