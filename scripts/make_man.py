@@ -38,7 +38,9 @@ def entry(e):
     more = [escape(e.sentence[:1].upper() + e.sentence[1:]).rstrip('.') + '.']
     if e.choices:
         more.append('One of %s.' % ', '.join('\\fB%s\\fR' % escape(c) for c in e.choices))
-    if e.default:
+    if e.wants_directory and e.default == '.':
+        more.append('Default: the current directory.')
+    elif e.default:
         more.append('Default: \\fB%s\\fR.' % escape(e.default))
     if e.required and e.names[0].startswith('-'):
         more.append('Required.')
