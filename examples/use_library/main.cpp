@@ -7,11 +7,12 @@
 
 namespace {
 
-/// Prints a line for each tenth of the way, and the rows at the end.
+/// Prints a line for each tenth of the way at most, and the rows at the end.
 class tenths : public Riegl::ProgressMonitor {
   public:
     void report(const std::string& label, int current, int total) override {
-        const int tenth = total > 0 ? static_cast<int>(10.0 * current / total) : 0;
+        // The total is an estimate, which a recording may well exceed.
+        const int tenth = current < total ? static_cast<int>(10.0 * current / total) : 10;
         if (tenth > last_) {
             last_ = tenth;
             std::printf("%s: %d of about %d\n", label.c_str(), current, total);
