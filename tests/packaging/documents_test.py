@@ -40,6 +40,14 @@ class Manual(unittest.TestCase):
             missing = [o for o in staged.options(command) if not re.search(r'(?<![\w-])%s(?![\w-])' % o, entries)]
             self.assertEqual(missing, [], page)
 
+    def test_pages_say_all_that_the_help_says(self):
+        for command, page in self.pages.items():
+            told = staged.help_of(command).split('\nUsage: ')[1]
+            told = re.sub(r'^(Options|Positionals|Subcommands|Exit codes):|\b(Needs|Excludes|[A-Z]+)\b', '', told, flags=re.M)
+            words = set(re.findall(r'[a-z]{3,}', told.lower()))
+            self.assertGreater(len(words), 10)
+            self.assertEqual(words - set(re.findall(r'[a-z]{3,}', self.render(page).stdout.lower())), set(), page)
+
     def test_pages_tell_every_exit_code(self):
         codes = re.findall(r'(?<=[ ,])(\d+) [a-z]', staged.help_of('').split('Exit codes:')[1])
         self.assertGreater(len(codes), 3)
