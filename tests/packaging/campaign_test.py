@@ -100,6 +100,38 @@ class Campaign(unittest.TestCase):
         self.assertEqual([n for _, _, names in os.walk(self.path('out', 'work')) for n in names], [])
 
 
+class Task(Campaign):
+    """One recording's task alone."""
+
+    def make_recordings(self):
+        run(HOST, 'simulate', self.path('scan.rxp'), '--shots', 100000)
+
+    def start(self, name='scan.rxp'):
+        return subprocess.Popen([os.path.join(self.example, 'convert_one'), self.path(name), self.out], env=self.env,
+                                stdin=subprocess.DEVNULL)
+
+    def test_many_at_once_convert_once(self):
+        self.assertEqual([p.wait(120) for p in [self.start() for _ in range(6)]], [0] * 6)
+        self.assertEqual(self.asked(), ['scan'])
+        self.assertEqual(self.outputs(), {'scan'})
+        self.assertEqual(os.listdir(self.path('out', 'work')), [])
+
+    def test_ends_with_the_exit_code_and_tries_again(self):
+        for _ in range(2):
+            self.assertEqual([p.wait(120) for p in [self.start('missing.rxp') for _ in range(3)]], [3] * 3)
+            self.assertEqual(self.asked(), ['missing'] * 3)
+        self.assertEqual(os.listdir(self.path('out', 'work')), [])
+
+    def test_takes_up_what_came_beside_the_recording(self):
+        for beside in (None, 'scan.rxp_001', 'scan.rxo', 'scan.pxp'):
+            if beside:
+                with open(self.path(beside), 'wb'):
+                    pass
+            for asked in (['scan'], []):
+                self.assertEqual(self.start().wait(120), 0)
+                self.assertEqual(self.asked(), asked, beside)
+
+
 class Snakemake(Campaign):
     def test_runs_what_is_missing_and_no_more(self):
         if not shutil.which('snakemake'):
