@@ -10,6 +10,7 @@ import glob
 import json
 import os
 import resource
+import socket
 import statistics
 import subprocess
 import sys
@@ -104,6 +105,30 @@ def memory(build, folder, shots):
     line('memory/beyond-staging', (max(peaks) - staging) / 2**20, 'MiB')
 
 
+def datagram_loss(build, folder, rate):
+    """Share of the stream that does not arrive when it is sent at so many MB/s to a recording on the same machine."""
+    host, recording = os.path.join(build, 'rxp2k7'), simulate(build, folder, 10000000)
+    received = os.path.join(folder, 'received.rxp')
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+        s.bind(('127.0.0.1', 0))
+        address = '127.0.0.1:%d' % s.getsockname()[1]
+    receiver = subprocess.Popen([host, 'record', 'rddp://' + address, received], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    time.sleep(0.3)
+    begin = time.monotonic()
+    subprocess.run([host, 'replay', recording, '--rddp', address, '--rate', str(rate)], stdout=subprocess.DEVNULL, check=True)
+    took = time.monotonic() - begin
+    try:
+        receiver.wait(timeout=10)
+    except subprocess.TimeoutExpired:
+        receiver.kill()
+        receiver.wait()
+    sent, got = os.path.getsize(recording), os.path.getsize(received)
+    line('rddp/loss/%dMB' % rate, 100 * (sent - got) / sent, '%')
+    line('rddp/sent/%dMB' % rate, sent / took / 1e6, 'MB/s')
+    os.unlink(received)
+    os.unlink(recording)
+
+
 def main():
     p = argparse.ArgumentParser(description=__doc__.split('\n')[0])
     p.add_argument('build')
@@ -118,6 +143,8 @@ def main():
         # Four shots of five see something, and have samples of all three channels.
         against_floor(a.build, folder, 'waveforms', 1250000, min(a.repeat, 5), '--waveforms')
         memory(a.build, folder, (1000000, 4000000))
+        for rate in (100, 200, 400):
+            datagram_loss(a.build, folder, rate)
 
 
 if __name__ == '__main__':

@@ -14,6 +14,8 @@ void add_convert(CLI::App& app, exit_code& result);
 void add_info(CLI::App& app, exit_code& result);
 void add_points(CLI::App& app, exit_code& result);
 void add_inspect(CLI::App& app, exit_code& result);
+void add_record(CLI::App& app, exit_code& result);
+void add_replay(CLI::App& app, exit_code& result);
 void add_override(CLI::App& app, exit_code& result);
 void add_check_override(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);

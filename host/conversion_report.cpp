@@ -2,6 +2,7 @@
 
 #include "json.hpp"
 #include "losses.hpp"
+#include "printable.hpp"
 #include "recording_files.hpp"
 
 #include <cinttypes>
@@ -45,7 +46,7 @@ void report_failure(const conversion_result& r) {
     if (!r.text.empty()) {
         const bool names_input = r.text.find(r.input) != std::string::npos;
         std::fprintf(stderr, "rxp2k7: %s%s\n", names_input ? "" : (r.input + ": ").c_str(),
-                     r.text.c_str());
+                     printable(r.text).c_str());
     }
     if (r.summary.interrupted) {
         const std::string place = r.summary.abandoned
@@ -53,7 +54,7 @@ void report_failure(const conversion_result& r) {
                                       : "stopped at byte " + std::to_string(r.summary.offset) +
                                             "; what came before is stored";
         std::fprintf(stderr, "rxp2k7: %s: %s: %s\n", r.input.c_str(), place.c_str(),
-                     r.summary.cause.c_str());
+                     printable(r.summary.cause).c_str());
     }
     tell_unread(r.input, r.summary.recording);
     if (r.summarised && r.summary.store_failed) {

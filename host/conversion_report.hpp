@@ -16,7 +16,8 @@ struct conversion_result {
     std::string text;   ///< what the conversion returned, or why it could not run
     std::string errors; ///< warnings and errors collected on the way
     Riegl::ConversionSummary summary;
-    bool summarised = false; ///< the library came so far as to tell the summary
+    bool interrupted_by_user = false; ///< by a signal that did not end the process at once
+    bool summarised = false;          ///< the library came so far as to tell the summary
     double seconds = 0;
     exit_code code = exit_code::good;
 };

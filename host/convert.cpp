@@ -2,8 +2,10 @@
 #include "conversion_report.hpp"
 #include "input_file.hpp"
 #include "input_registry.hpp"
+#include "interrupts.hpp"
 #include "numbers.hpp"
 #include "output_folder.hpp"
+#include "printable.hpp"
 #include "progress.hpp"
 #include "stdout_guard.hpp"
 #include "time_range.hpp"
@@ -18,6 +20,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -59,11 +62,42 @@ class monitor : public Riegl::ProgressMonitor {
         result_.summary = summary;
         result_.summarised = true;
     }
+    void connecting(const std::shared_ptr<Riegl::StreamControl>& stream) override {
+        const std::lock_guard lock(mutex_);
+        stream_ = stream;
+    }
+    /// From any thread; null before the conversion has come so far.
+    std::shared_ptr<Riegl::StreamControl> stream() {
+        const std::lock_guard lock(mutex_);
+        return stream_;
+    }
     progress_line& line() { return line_; }
 
   private:
     progress_line line_;
     conversion_result& result_;
+    std::mutex mutex_; ///< of the stream
+    std::shared_ptr<Riegl::StreamControl> stream_;
+};
+
+/// Lets Ctrl-C end a live conversion with what it has. A file's conversion ends with the process.
+class live_interrupts {
+  public:
+    live_interrupts(const std::string& input, monitor& shown) {
+        if (is_live_stream(input)) {
+            signals_.emplace([&shown] { end(shown, &Riegl::StreamControl::stop); },
+                             [&shown] { end(shown, &Riegl::StreamControl::cancel); });
+        }
+    }
+    bool any() const { return signals_ && signals_->count() != 0; }
+
+  private:
+    static void end(monitor& shown, void (Riegl::StreamControl::*how)()) {
+        if (const auto stream = shown.stream()) {
+            ((*stream).*how)();
+        }
+    }
+    std::optional<interrupts> signals_;
 };
 
 /// Sends the library's messages to standard error without tearing the bar.
@@ -72,7 +106,7 @@ class console_lines {
     explicit console_lines(progress_line& line) {
         Holdfast::Console::setSink([&line](const std::string& message) {
             line.clear();
-            std::fprintf(stderr, "%s\n", message.c_str());
+            std::fprintf(stderr, "%s\n", printable(message).c_str());
         });
     }
     console_lines(const console_lines&) = delete;
@@ -174,6 +208,7 @@ void convert_readable(const convert_options& options, conversion_result& result)
     auto* const shown = new monitor(result.input, result);
     record.Progress = Holdfast::StrongPtr<Riegl::ProgressMonitor>(shown);
     const console_lines lines(shown->line());
+    const live_interrupts signals(result.input, *shown);
     const auto start = std::chrono::steady_clock::now();
     try {
         result.text = Riegl::rxpToSkeinK7(result.input, record);
@@ -185,6 +220,7 @@ void convert_readable(const convert_options& options, conversion_result& result)
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     result.seconds = took.count();
     result.errors = record.Errors;
+    result.interrupted_by_user = signals.any();
 }
 
 conversion_result convert_one(const convert_options& options, const std::string& input) {
@@ -207,6 +243,9 @@ std::vector<conversion_result> convert_all(const convert_options& options) {
         report_failure(results.back());
         if (!options.json) {
             print_summary(results.back());
+        }
+        if (results.back().interrupted_by_user) {
+            break;
         }
     }
     return results;
@@ -257,6 +296,7 @@ exit_code run(const convert_options& options) {
         std::fputs("rxp2k7: cannot write to standard output\n", stderr);
         return exit_code::output_failed;
     }
+    interrupts::end_process_if_cancelled();
     return blocked.empty() ? joint_code(results) : exit_code::output_failed;
 }
 

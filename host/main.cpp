@@ -16,6 +16,8 @@ int run(int argc, char** argv) {
     host::add_info(app, result);
     host::add_points(app, result);
     host::add_inspect(app, result);
+    host::add_record(app, result);
+    host::add_replay(app, result);
     host::add_override(app, result);
     host::add_check_override(app, result);
     host::add_simulate(app, result);

@@ -3,6 +3,7 @@
 #include "recording_files.hpp"
 
 #include "scanlib/connection.hpp"
+#include "scanlib/counts_per_byte.hpp"
 #include "scanlib/file_connection.hpp"
 #include "scanlib/rxpmarker.hpp"
 
@@ -61,7 +62,7 @@ void walk_recording(const std::string& input, recording_walk& walk, const packet
     } catch (const std::exception& e) {
         walk.error = e.what();
     }
-    walk.bytes = connection->position();
+    walk.bytes = connection->position() / scanlib::counts_per_byte(*connection);
     keep_files(*connection, walk);
 }
 

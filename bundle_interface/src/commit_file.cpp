@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <limits>
 #include <stdexcept>
@@ -23,8 +24,23 @@ std::string textOf(int cause) {
     return std::generic_category().message(cause);
 }
 
-int opened(const std::string& path) {
-    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+/// The file's way in /proc, which can be given a name.
+std::string wayTo(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+/// A file without a name where the file system and /proc allow for it, else one of that name.
+int opened(const std::string& path, bool& named) {
+    const std::string folder = std::filesystem::path(path).parent_path().string();
+    int descriptor =
+        ::open(folder.empty() ? "." : folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0666);
+    if (descriptor >= 0 && ::access(wayTo(descriptor).c_str(), F_OK) != 0) {
+        ::close(std::exchange(descriptor, -1));
+    }
+    named = descriptor < 0;
+    if (named) {
+        descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    }
     if (descriptor < 0) {
         throw std::runtime_error("cannot create " + path + ": " + textOf(errno));
     }
@@ -33,7 +49,8 @@ int opened(const std::string& path) {
 
 } // namespace
 
-CommitFile::CommitFile(const std::string& path) : descriptor_(opened(path)), behind_(descriptor_) {}
+CommitFile::CommitFile(const std::string& path)
+    : path_(path), descriptor_(opened(path, named_)), behind_(descriptor_) {}
 
 CommitFile::~CommitFile() {
     behind_.drain();
@@ -184,6 +201,19 @@ bool CommitFile::commit() {
     allocated_ += end != committed_ ? 1 : 0;
     committed_ = end;
     end_ = end;
+    return named_ || nameFile();
+}
+
+bool CommitFile::nameFile() {
+    if (!behind_.drain()) {
+        return false;
+    }
+    ::unlink(path_.c_str());
+    if (::linkat(AT_FDCWD, wayTo(descriptor_).c_str(), AT_FDCWD, path_.c_str(),
+                 AT_SYMLINK_FOLLOW) != 0) {
+        return fail("name the file", errno);
+    }
+    named_ = true;
     return true;
 }
 

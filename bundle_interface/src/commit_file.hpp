@@ -21,7 +21,8 @@ namespace Skein {
 ///   3. structure changed in place: each piece is one write, and refers only to what steps 1 and 2
 ///   made.
 /// After the first failure nothing is written any more, and the file is cut back to its last
-/// commit.
+/// commit. The file gets its name with its first commit, where the file system can do that; else an
+/// end of the process before leaves a file without content.
 ///
 /// A thread of its own does the writing, in the order given. A commit is on its way when commit()
 /// returns and done when settle() does; a failure may show in any later operation.
@@ -33,8 +34,8 @@ class CommitFile {
     /// Bytes at the file's start that name its end.
     static constexpr std::uint64_t head_size = 48;
 
-    /// Creates or empties the file. Throws std::runtime_error with path and cause,
-    /// std::system_error without a thread.
+    /// Creates the file, or replaces the one of that name. Throws std::runtime_error with path and
+    /// cause, std::system_error without a thread.
     explicit CommitFile(const std::string& path);
     CommitFile(const CommitFile&) = delete;
     CommitFile& operator=(const CommitFile&) = delete;
@@ -73,10 +74,13 @@ class CommitFile {
     using Bytes = std::vector<std::byte>;
 
     bool fail(const char* action, int cause);
+    bool nameFile();
     /// Writes the part of the held structure that lies in [from, to).
     bool writeHeld(std::uint64_t from, std::uint64_t to);
     void cutHeld(std::uint64_t from, std::uint64_t to);
 
+    const std::string path_;
+    bool named_ = false;
     int descriptor_;
     WriteBehind behind_;
     std::map<std::uint64_t, Bytes> held_; // disjoint

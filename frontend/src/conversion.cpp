@@ -9,6 +9,7 @@
 #include "driver.hpp"
 #include "losses.hpp"
 #include "recording_files.hpp"
+#include "scanlib/counts_per_byte.hpp"
 #include "scanlib/file_connection.hpp"
 #include "scanlib/pointcloud.hpp"
 #include "scanlib/rxpmarker.hpp"
@@ -91,6 +92,26 @@ void warn(Input& input, const std::string& message) {
     input.Errors += message;
 }
 
+/// What the host gets of a connection, which may be gone by the time it uses it.
+class ConnectionControl : public StreamControl {
+  public:
+    explicit ConnectionControl(const std::shared_ptr<scanlib::basic_rconnection>& connection)
+        : connection_(connection) {}
+    void stop() override {
+        if (const auto connection = connection_.lock()) {
+            connection->stop();
+        }
+    }
+    void cancel() override {
+        if (const auto connection = connection_.lock()) {
+            connection->cancel();
+        }
+    }
+
+  private:
+    std::weak_ptr<scanlib::basic_rconnection> connection_;
+};
+
 /// One pass over the stream: every packet but the last to both consumers.
 class Pass {
   public:
@@ -101,6 +122,7 @@ class Pass {
         , file_(file)
         , wfm_(wfm)
         , connection_(connection)
+        , counts_per_byte_(scanlib::counts_per_byte(connection))
         , decoder_(owner, scanlib::decoder_capacity, scanlib::decoder_headroom, true)
         , meta_engine_(std::make_shared<scanlib::pointcloud>(false))
         , report_(report) {
@@ -135,7 +157,7 @@ class Pass {
         report_.losses.at(at == 0 ? preamble_bytes : at);
         decoder_.get(packet);
         report_.summary.offset = decoder_.tell();
-        report_.summary.bytes_in = connection_.position();
+        report_.summary.bytes_in = connection_.position() / counts_per_byte_;
     }
 
     /// A packet that breaks half-way gives no rows.
@@ -168,6 +190,7 @@ class Pass {
     const std::filesystem::path& file_;
     WFM& wfm_;
     scanlib::basic_rconnection& connection_;
+    std::uint64_t counts_per_byte_;
     scanlib::decoder_rxpmarker decoder_;
     std::shared_ptr<scanlib::pointcloud> meta_engine_;
     SummaryReport& report_;
@@ -240,6 +263,9 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
     const std::shared_ptr<scanlib::basic_rconnection> connection(connect(utf8_of(file)));
     if (!connection) {
         return "rxpToSkeinK7: cannot establish rconnection to file: " + utf8_of(file);
+    }
+    if (input.Progress.available()) {
+        input.Progress->connecting(std::make_shared<ConnectionControl>(connection));
     }
     const auto interrupted = [&](const std::string& cause, const std::string& message) {
         summary.interrupted = true;

@@ -5,6 +5,8 @@ namespace Riegl {
 ProgressMonitor::ProgressMonitor() = default;
 ProgressMonitor::~ProgressMonitor() = default;
 void ProgressMonitor::summarise(const ConversionSummary&) {}
+void ProgressMonitor::connecting(const std::shared_ptr<StreamControl>&) {}
+StreamControl::~StreamControl() = default;
 
 std::string Input::speak() const {
     const auto answer = [](bool yes) { return yes ? " Yes" : "No"; };

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,22 @@ struct ConversionSummary {
 
 struct InspectionSummary; // frontend/inspection.hpp
 
+/// Hold on a stream that is being converted. May be used from any thread, and when the conversion
+/// has ended.
+class RXP2K7_EXPORT StreamControl {
+  public:
+    StreamControl() = default;
+    StreamControl(const StreamControl&) = delete;
+    StreamControl& operator=(const StreamControl&) = delete;
+    virtual ~StreamControl();
+
+    /// Asks the stream to end at a packet boundary; the conversion then ends as at the end of the
+    /// stream. A live stream ends with the next data that arrive; a file cannot, and fails.
+    virtual void stop() = 0;
+    /// Breaks the stream off, also while nothing arrives. What was read is stored.
+    virtual void cancel() = 0;
+};
+
 /// Receiver of progress reports; the host implements it. Called on the thread of the conversion.
 class RXP2K7_EXPORT ProgressMonitor : public Holdfast::ReferenceBase<ProgressMonitor> {
   public:
@@ -58,6 +75,9 @@ class RXP2K7_EXPORT ProgressMonitor : public Holdfast::ReferenceBase<ProgressMon
 
     /// Tells once, at the end, what an inspection drew. Empty by default.
     virtual void inspected(const InspectionSummary& summary);
+
+    /// Tells once, before a conversion opens its stream, how to end it. Empty by default.
+    virtual void connecting(const std::shared_ptr<StreamControl>& stream);
 };
 
 /// Parameters of the exported operations. The caller owns it; it outlives the call and serves one

@@ -10,6 +10,8 @@
 #include "header_scan.hpp"
 #include "scanlib/file_connection.hpp"
 #include "scanlib/mem_wconnection.hpp"
+#include "scanlib/rddp_connection.hpp"
+#include "scanlib/rdtp_connection.hpp"
 #include "scanlib/rewriter.hpp"
 #include "stream_log.hpp"
 #include "uri.hpp"
@@ -89,6 +91,7 @@ struct basic_rconnection::state {
     override_listener* listener = nullptr;
 
     stream_log log;
+    bool logging = false;    ///< the log is open, or its failure not yet told
     std::string log_failure; ///< not yet told
 };
 
@@ -110,8 +113,11 @@ basic_rconnection* basic_rconnection::create(const std::string& uri,
                                              const std::string& continuation,
                                              const std::string& pxp) {
     const std::string_view scheme = scheme_of(uri);
-    if (scheme == "rdtp" || scheme == "rddp") {
-        throw std::runtime_error("This build has no transport for the scheme of \"" + uri + "\".");
+    if (scheme == "rdtp") {
+        return new rdtp_rconnection(uri, continuation, pxp);
+    }
+    if (scheme == "rddp") {
+        return new rddp_rconnection(uri, continuation, pxp);
     }
     return new file_rconnection(scheme == file_scheme ? uri : std::string(file_prefix) + uri,
                                 continuation, pxp);
@@ -126,12 +132,15 @@ void basic_rconnection::listen_to_overrides(override_listener* listener) noexcep
 }
 
 void basic_rconnection::log(const std::string& path, std::int64_t limit) {
+    state_->log_failure.clear();
     state_->log.open(path, limit);
+    state_->logging = true;
 }
 void basic_rconnection::flush_log() {
     state_->log.flush();
 }
 void basic_rconnection::close_log() {
+    state_->logging = false;
     state_->log.close();
 }
 
@@ -167,7 +176,7 @@ std::uint64_t basic_rconnection::read(char* dst, std::uint64_t n) {
     if (!pxp_.empty() && !scanned) {
         k = replace_headers(dst, k, in_region);
     }
-    if (s.log.is_open() || !s.log_failure.empty()) [[unlikely]] {
+    if (s.logging) [[unlikely]] {
         copy_to_log(dst, k);
     }
     gcount_ = k;
@@ -237,6 +246,7 @@ void basic_rconnection::copy_to_log(const char* data, std::uint64_t n) {
     push_back(data, n);
     s.scanned_back += n;
     s.region_back += s.region_back != 0 ? n : 0;
+    s.logging = false;
     throw std::runtime_error(std::exchange(s.log_failure, {}));
 }
 

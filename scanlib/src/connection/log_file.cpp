@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace scanlib {
@@ -50,11 +51,22 @@ bool log_file::put(const char* data, std::size_t n) noexcept {
     return !failed_;
 }
 
+/// Returns whether the system has one left.
+bool log_file::start_thread() {
+    ending_ = false;
+    try {
+        thread_ = std::thread([this] { work(); });
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
 /// Gives the present block to the thread, which must not be too far behind.
 void log_file::hand_over() {
-    if (!thread_.joinable()) {
-        ending_ = false;
-        thread_ = std::thread([this] { work(); });
+    if (!thread_.joinable() && !start_thread()) {
+        put(present_.get(), std::exchange(filled_, 0));
+        return;
     }
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return waiting_ < blocks; });

@@ -42,6 +42,7 @@ class log_file {
     using block = std::unique_ptr<char[]>;
 
     bool put(const char* data, std::size_t n) noexcept;
+    bool start_thread();
     void hand_over();
     void work();
     void end_thread();

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <concepts>
 #include <cstdint>
-#include <cstring>
 #include <ios>
 #include <ostream>
 #include <streambuf>
@@ -46,8 +46,7 @@ class piece_sink {
             return;
         }
         make_room(text.size());
-        std::memcpy(at_, text.data(), text.size());
-        at_ += text.size();
+        at_ = std::copy(text.begin(), text.end(), at_); // an empty one may have no address
     }
     void number(std::integral auto value) {
         make_room(longest_number);

@@ -1,16 +1,11 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 
+#include "scanlib/stream_words.hpp"
+
 namespace scanlib {
-
-inline constexpr std::uint32_t escape_word = 0xFFFFFF00u;
-
-/// The bytes 10 00 00 00 00 00 00 0B and eight characters.
-inline constexpr std::array<std::uint32_t, 4> preamble = {0x00000010u, 0x0B000000u, 0x67656952u,
-                                                          0x534D4C6Cu};
 
 /// True for the escape word and all start words.
 inline bool is_marked(std::uint32_t word) noexcept {

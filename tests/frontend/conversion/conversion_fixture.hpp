@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -112,6 +113,8 @@ struct Plan {
     std::function<void()> when_opened;
     std::function<void()> when_exhausted;
     int closes = 0;
+    int stops = 0;
+    int cancels = 0;
 };
 
 class PlannedConnection : public test_support::memory_rconnection {
@@ -124,6 +127,8 @@ class PlannedConnection : public test_support::memory_rconnection {
         }
     }
     void close() override { ++plan_.closes; }
+    void stop() override { ++plan_.stops; }
+    void cancel() override { ++plan_.cancels; }
 
   protected:
     std::uint64_t more_input(char* dst, std::uint64_t n) override {
@@ -154,10 +159,12 @@ class RecordingMonitor : public Riegl::ProgressMonitor {
         }
     }
     void summarise(const Riegl::ConversionSummary& s) override { summaries.push_back(s); }
+    void connecting(const std::shared_ptr<Riegl::StreamControl>& s) override { stream = s; }
 
     std::function<void()> when_reported;
     std::vector<Report> reports;
     std::vector<Riegl::ConversionSummary> summaries;
+    std::shared_ptr<Riegl::StreamControl> stream;
 };
 
 /// Converts streams in memory into a folder of its own.

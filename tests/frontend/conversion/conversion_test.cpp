@@ -51,6 +51,21 @@ TEST(ProgressScale, QuotientBeyond32BitsKeepsItsLowBits) {
 
 using Conversion = frontend_test::ConversionTest;
 
+TEST_F(Conversion, HandsOutAHoldOnTheStreamBeforeItIsOpened) {
+    plan_.when_opened = [&] {
+        ASSERT_TRUE(monitor_->stream);
+        monitor_->stream->stop();
+        monitor_->stream->cancel();
+    };
+    EXPECT_EQ(convert(whole_stream(3)), "");
+    EXPECT_EQ(plan_.stops, 1);
+    EXPECT_EQ(plan_.cancels, 1);
+    monitor_->stream->stop();
+    monitor_->stream->cancel();
+    EXPECT_EQ(plan_.stops, 1) << "the stream is gone, the hold on it is not";
+    EXPECT_EQ(plan_.cancels, 1);
+}
+
 TEST_F(Conversion, StoresTheStreamAndClosesTheConnection) {
     EXPECT_EQ(convert(whole_stream(3)), "");
     EXPECT_EQ(input_.Errors, "");

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+#include "scanlib/connection.hpp"
+
+namespace scanlib {
+
+/// How often the position of a connection counts each byte that it delivers: twice for live
+/// streams, else once.
+std::uint64_t counts_per_byte(const basic_rconnection& connection) noexcept;
+
+} // namespace scanlib

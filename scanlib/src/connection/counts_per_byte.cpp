@@ -1,0 +1,14 @@
+#include "scanlib/counts_per_byte.hpp"
+
+#include "scanlib/rddp_connection.hpp"
+#include "scanlib/rdtp_connection.hpp"
+
+namespace scanlib {
+
+std::uint64_t counts_per_byte(const basic_rconnection& connection) noexcept {
+    const bool live = dynamic_cast<const rdtp_rconnection*>(&connection) != nullptr ||
+                      dynamic_cast<const rddp_rconnection*>(&connection) != nullptr;
+    return live ? 2 : 1;
+}
+
+} // namespace scanlib
