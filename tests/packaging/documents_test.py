@@ -139,13 +139,14 @@ class Zsh(Shell):
         self.addCleanup(os.waitpid, pid, 0)
         self.addCleanup(os.close, self.terminal)
         self.typed("PS1=''; unsetopt prompt_cr prompt_sp beep; LISTMAX=1000; stty cols 250 rows 200; "
-                   "fpath=(%s $fpath); autoload -Uz compinit; compinit -u -D; zstyle ':completion:*' list-packed no\n"
-                   % staged.staged('share', 'zsh', 'site-functions'))
+                   "fpath=(%s $fpath); autoload -Uz compinit; compinit -u -D; "
+                   'shown() { zle list-choices; zle -R; zle expand-or-complete; zle -R; print -r -- "<$BUFFER>shown" }; '
+                   "zle -N shown; bindkey '^I' shown; print rea\"\"dy\n"
+                   % staged.staged('share', 'zsh', 'site-functions'), 'ready')
 
-    def typed(self, keys):
-        """What the terminal shows from these keys until the line after them has run."""
-        end = 'end%d' % time.monotonic_ns()
-        os.write(self.terminal, (keys + '\x15print "" %s""\n' % (end[:3] + '""' + end[3:])).encode())
+    def typed(self, keys, end):
+        """What the terminal shows from these keys until `end`. Keys that wait behind would keep zsh from showing."""
+        os.write(self.terminal, keys.encode())
         shown, until = '', time.monotonic() + 60
         while end not in shown:
             if not select.select([self.terminal], [], [], max(0, until - time.monotonic()))[0]:
@@ -154,7 +155,8 @@ class Zsh(Shell):
         return shown
 
     def offered(self, words):
-        shown = self.typed('rxp2k7 ' + ' '.join(words) + '\t\t')
+        shown = self.typed('rxp2k7 ' + ' '.join(words) + '\t', '>shown')
+        self.typed('\x15print rea""dy\n', 'ready')
         return set(re.findall(r'(?<![\w-])-*[\w][\w.-]*', shown))
 
     def test_offers_all_commands_options_and_choices(self):
