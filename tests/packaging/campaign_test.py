@@ -75,7 +75,7 @@ class Campaign(unittest.TestCase):
         run_all()
         self.assertEqual(self.asked(), sorted(self.whole | {'damaged', 'missing'}))
         self.assertEqual(self.outputs(), self.whole - {'killed'})
-        self.assertTrue(os.path.exists(self.path('out', 'work', 'killed', 'killed.k7.part')))
+        self.assertTrue(os.path.exists(self.path('out', 'trying', 'killed', 'killed.k7.part')))
         run_all()
         self.assertEqual(self.asked(), ['damaged', 'killed', 'missing'])
         self.check_outputs()
@@ -97,7 +97,7 @@ class Campaign(unittest.TestCase):
             result = json.loads(read(self.path('out', 'reports', name + '.json')))['results'][0]
             self.assertIn(code_words, result['text'])
         self.assertEqual(os.listdir(self.path('out', 'damaged')), ['damaged.k7'])
-        self.assertEqual([n for _, _, names in os.walk(self.path('out', 'work')) for n in names], [])
+        self.assertEqual([n for _, _, names in os.walk(self.path('out', 'trying')) for n in names], [])
 
 
 class Task(Campaign):
@@ -114,13 +114,13 @@ class Task(Campaign):
         self.assertEqual([p.wait(120) for p in [self.start() for _ in range(6)]], [0] * 6)
         self.assertEqual(self.asked(), ['scan'])
         self.assertEqual(self.outputs(), {'scan'})
-        self.assertEqual(os.listdir(self.path('out', 'work')), [])
+        self.assertEqual(os.listdir(self.path('out', 'trying')), [])
 
     def test_ends_with_the_exit_code_and_tries_again(self):
         for _ in range(2):
             self.assertEqual([p.wait(120) for p in [self.start('missing.rxp') for _ in range(3)]], [3] * 3)
             self.assertEqual(self.asked(), ['missing'] * 3)
-        self.assertEqual(os.listdir(self.path('out', 'work')), [])
+        self.assertEqual(os.listdir(self.path('out', 'trying')), [])
 
     def test_takes_up_what_came_beside_the_recording(self):
         for beside in (None, 'scan.rxp_001', 'scan.rxo', 'scan.pxp'):
