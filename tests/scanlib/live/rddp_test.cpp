@@ -5,6 +5,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -13,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -287,6 +289,17 @@ TEST_F(ConcurrentRddp, CancelEndsAReceive) {
     EXPECT_EQ(failure<scanlib::cancelled>([&] { read(100); }), "Operation canceled");
     other.join();
     EXPECT_EQ(failure<scanlib::cancelled>([&] { read(100); }), "Operation canceled");
+}
+
+TEST(RddpFailures, NoSocketLeftIsToldOnOpening) {
+    rddp_rconnection connection("rddp://127.0.0.1:0", "", "");
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const std::string text = failure<std::system_error>([&] { connection.open(); });
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(text, "open: Too many open files");
 }
 
 } // namespace
