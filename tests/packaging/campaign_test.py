@@ -172,11 +172,14 @@ class Slurm(Campaign):
         self.env['SLURM_CONF'] = self.path('slurm.conf')
         self.serve('munged', '--foreground', '--force', '--socket', self.path('munge'), '--key-file', self.path('key'),
                    '--pid-file', self.path('munge.pid'), '--seed-file', self.path('seed'), '--log-file', self.path('munge.log'))
-        self.wait('no munge socket', lambda: os.path.exists(self.path('munge')))
+        self.wait_for_start('no munge socket', lambda: os.path.exists(self.path('munge')))
         self.serve('slurmctld', '-D')
         self.serve('slurmd', '-D')
-        self.wait('no idle node', lambda: 'idle' in subprocess.run(['sinfo', '-h', '-o', '%T'], env=self.env, text=True,
-                                                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE).stdout)
+        self.wait_for_start('no idle node', self.has_idle_node)
+
+    def has_idle_node(self):
+        return 'idle' in subprocess.run(['sinfo', '-h', '-o', '%T'], env=self.env, text=True, stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE).stdout
 
     def serve(self, *args):
         with open(self.path(args[0] + '.out'), 'w') as log:
@@ -185,13 +188,17 @@ class Slurm(Campaign):
         self.addCleanup(p.wait, 60)
         self.addCleanup(p.terminate)
 
-    def wait(self, failure, reached):
-        until = time.monotonic() + 200
+    def wait(self, failure, reached, seconds=200, otherwise=None):
+        until = time.monotonic() + seconds
         while not reached():
             if time.monotonic() > until:
                 logs = [read(self.path(n))[-2000:] for n in os.listdir(self.folder) if n.endswith('.out')]
-                self.fail('\n'.join([failure] + logs))
+                (otherwise or self.fail)('\n'.join([failure] + logs))
             time.sleep(0.1)
+
+    def wait_for_start(self, failure, reached):
+        """A machine that keeps a cluster from starting, as some containers do, says nothing about the campaign."""
+        self.wait(failure, reached, 60, self.skipTest)
 
     def submit(self):
         p = run('sbatch', '--array=1-40', '--cpus-per-task=1', 'convert.sbatch', self.path('manifest.txt'), self.out,
