@@ -20,9 +20,9 @@ Buffer::Buffer(std::size_t bytes) {
     }
 }
 
-Buffer::Buffer(std::size_t bytes, std::shared_ptr<BufferSlot> slot) {
+Buffer::Buffer(std::size_t bytes, std::shared_ptr<BufferSlot> slot, LentMemory lent) {
     if (slot) {
-        Buffer kept = slot->take();
+        Buffer kept = slot->take(lent);
         if (kept.capacity_ >= bytes) {
             swap(kept);
         }
@@ -39,6 +39,7 @@ Buffer::~Buffer() {
         const std::shared_ptr<BufferSlot> slot = std::move(slot_);
         slot->keep(std::move(*this));
     }
+    await(capacity_);
     std::free(data_);
 }
 
@@ -47,11 +48,31 @@ void Buffer::swap(Buffer& other) noexcept {
     std::swap(capacity_, other.capacity_);
     std::swap(dirty_, other.dirty_);
     std::swap(slot_, other.slot_);
+    std::swap(loan_, other.loan_);
+}
+
+std::shared_ptr<Loan> Buffer::lend(std::size_t bytes, bool urgent) {
+    await(capacity_);
+    loan_ = std::make_shared<Loan>(bytes, urgent);
+    return loan_;
+}
+
+std::size_t Buffer::await(std::size_t end) noexcept {
+    if (!loan_) {
+        return capacity_;
+    }
+    const std::size_t returned = loan_->await(end);
+    if (returned < loan_->bytes()) {
+        return returned;
+    }
+    loan_.reset();
+    return capacity_;
 }
 
 void Buffer::zero(std::size_t from, std::size_t to) noexcept {
     const std::size_t end = std::min(to, dirty_);
     if (from < end) {
+        await(end);
         std::memset(data_ + from, 0, end - from);
         if (end == dirty_) {
             dirty_ = from;
@@ -72,17 +93,26 @@ void Buffer::grow(std::size_t bytes, std::size_t used) {
     swap(larger);
 }
 
-Buffer BufferSlot::take() noexcept {
+Buffer BufferSlot::take(LentMemory lent) noexcept {
     const std::lock_guard lock(mutex_);
-    return std::move(kept_);
+    Buffer* best = nullptr;
+    for (Buffer& b : kept_) {
+        if ((lent == LentMemory::take || !b.lent()) &&
+            (best == nullptr || b.capacity_ > best->capacity_)) {
+            best = &b;
+        }
+    }
+    return best == nullptr ? Buffer() : std::move(*best);
 }
 
 void BufferSlot::keep(Buffer buffer) noexcept {
     // A kept buffer knows no slot, else slot and buffer would keep each other alive.
     buffer.slot_.reset();
     const std::lock_guard lock(mutex_);
-    if (buffer.capacity_ > kept_.capacity_) {
-        buffer.swap(kept_);
+    for (Buffer& b : kept_) {
+        if (buffer.capacity_ > b.capacity_) {
+            buffer.swap(b);
+        }
     }
 }
 
@@ -99,8 +129,9 @@ std::size_t byteCount(std::size_t size, std::size_t elementSize) {
 
 } // namespace
 
-ChunkBase::ChunkBase(std::size_t size, std::size_t elementSize, std::shared_ptr<BufferSlot> slot)
-    : buffer_(byteCount(size, elementSize), std::move(slot))
+ChunkBase::ChunkBase(std::size_t size, std::size_t elementSize, std::shared_ptr<BufferSlot> slot,
+                     LentMemory lent)
+    : buffer_(byteCount(size, elementSize), std::move(slot), lent)
     , size_(size)
     , elementSize_(elementSize) {
     buffer_.zero(0, bytes());
