@@ -1,21 +1,81 @@
 #include "bundle_interface/holdfast/chunk.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
 #include <stdexcept>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 namespace Holdfast {
+
+namespace {
+
+// Column memory is touched once from end to end: large pages spare most of the page faults.
+constexpr std::size_t large_page = std::size_t{2} << 20;
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool large_pages = false; // the allocator's memory is watched, the system's is not
+#elif defined(__has_feature)
+constexpr bool large_pages = !__has_feature(address_sanitizer);
+#else
+constexpr bool large_pages = true;
+#endif
+
+bool takesLargePages(std::size_t bytes) {
+    return large_pages && bytes >= large_page;
+}
+
+std::size_t wholePages(std::size_t bytes) {
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    return (bytes + page - 1) / page * page;
+}
+
+/// Zeros from the system, at the start of a large page; null without memory.
+void* mapZeros(std::size_t bytes) {
+    const std::size_t used = wholePages(bytes);
+    const std::size_t mapped = used + large_page;
+    void* const place =
+        ::mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (place == MAP_FAILED) {
+        return nullptr;
+    }
+    auto* const first = static_cast<std::byte*>(place);
+    const std::size_t skipped = -reinterpret_cast<std::uintptr_t>(first) % large_page;
+    if (skipped != 0) {
+        ::munmap(first, skipped);
+    }
+    ::munmap(first + skipped + used, mapped - skipped - used);
+    // Without large pages it is slower, nothing else.
+    ::madvise(first + skipped, used, MADV_HUGEPAGE);
+    return first + skipped;
+}
+
+std::byte* zeros(std::size_t bytes) {
+    // Fresh pages come zeroed from the system; calloc passes that on without touching them.
+    void* const place = takesLargePages(bytes) ? mapZeros(bytes) : std::calloc(bytes, 1);
+    if (place == nullptr) {
+        throw std::bad_alloc();
+    }
+    return static_cast<std::byte*>(place);
+}
+
+void release(std::byte* place, std::size_t bytes) noexcept {
+    if (takesLargePages(bytes)) {
+        ::munmap(place, wholePages(bytes));
+    } else {
+        std::free(place);
+    }
+}
+
+} // namespace
 
 Buffer::Buffer(std::size_t bytes) {
     if (bytes != 0) {
-        // Fresh pages come zeroed from the system; calloc passes that on without touching them.
-        data_ = static_cast<std::byte*>(std::calloc(bytes, 1));
-        if (data_ == nullptr) {
-            throw std::bad_alloc();
-        }
+        data_ = zeros(bytes);
         capacity_ = bytes;
     }
 }
@@ -40,7 +100,7 @@ Buffer::~Buffer() {
         slot->keep(std::move(*this));
     }
     await(capacity_);
-    std::free(data_);
+    release(data_, capacity_);
 }
 
 void Buffer::swap(Buffer& other) noexcept {
