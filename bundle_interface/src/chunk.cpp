@@ -1,4 +1,5 @@
 #include "bundle_interface/holdfast/chunk.hpp"
+#include "bundle_interface/holdfast/loan.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -115,6 +116,10 @@ std::shared_ptr<Loan> Buffer::lend(std::size_t bytes, bool urgent) {
     await(capacity_);
     loan_ = std::make_shared<Loan>(bytes, urgent);
     return loan_;
+}
+
+bool Buffer::lent() const noexcept {
+    return loan_ && !loan_->ended();
 }
 
 std::size_t Buffer::await(std::size_t end) noexcept {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "bundle_interface/holdfast.hpp"
+#include "bundle_interface/holdfast/loan.hpp"
 #include "bundle_interface/rdb2skein.hpp"
 #include "bundle_interface/skein.hpp"
 #include "string_literal.hpp"
@@ -170,9 +171,9 @@ class MyData<Element, 1, Name> : public ColumnBase {
         data->resize(store.count);
         rows = std::min(rows, store.count);
         modifyGPSTime(error, store.date_code, data, Name.text(), store.leap_flag);
-        const auto array = store.lend ? Holdfast::StrongPtr<Skein::MemBase>(
-                                            new LentArray<1, Element>(false, data))
-                                      : view();
+        const auto array =
+            store.lend ? Holdfast::StrongPtr<Skein::MemBase>(new LentArray<1, Element>(false, data))
+                       : view();
         const std::lock_guard lock(store_mutex());
         field->setPersistentData(array, id, Holdfast::Cache::MemCache(), "");
         if constexpr (Name == StringLiteral("GPSTime")) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "bundle_interface/holdfast.hpp"
+#include "bundle_interface/holdfast/loan.hpp"
 #include "bundle_interface/skein.hpp"
 
 namespace {

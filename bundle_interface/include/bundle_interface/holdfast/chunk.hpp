@@ -9,12 +9,12 @@
 #include <typeinfo>
 #include <utility>
 
-#include "bundle_interface/holdfast/loan.hpp"
 #include "bundle_interface/holdfast/reference.hpp"
 
 namespace Holdfast {
 
 class BufferSlot;
+class Loan;
 
 /// Whether memory may be taken over that a borrower still reads.
 enum class LentMemory : std::uint8_t { leave, take };
@@ -52,7 +52,7 @@ class Buffer {
 
     /// Lends the first `bytes` bytes, which are back from the borrower before.
     std::shared_ptr<Loan> lend(std::size_t bytes, bool urgent);
-    bool lent() const noexcept { return loan_ && !loan_->ended(); }
+    bool lent() const noexcept;
     /// Waits until the bytes below `end` are back. Returns how many bytes may be written.
     std::size_t await(std::size_t end) noexcept;
 
