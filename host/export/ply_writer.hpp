@@ -1,0 +1,24 @@
+#pragma once
+
+#include "byte_output.hpp"
+#include "point_writer.hpp"
+
+#include <string>
+
+namespace host {
+
+/// PLY 1.0, binary, lowest byte first: vertices alone, with coordinates as doubles.
+class ply_writer : public point_writer {
+  public:
+    /// The output, which outlives it, can be written again.
+    explicit ply_writer(byte_output& to);
+    void write(std::span<const exported_point> points) override;
+    void finish() override;
+
+  private:
+    std::string header() const;
+
+    byte_output& to_;
+};
+
+} // namespace host
