@@ -124,6 +124,9 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
             fail("waitpid");
         }
     }
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) {
+        std::raise(SIGPIPE);
+    }
     if (WIFEXITED(status)) {
         result.code = static_cast<exit_code>(WEXITSTATUS(status));
     } else {

@@ -8,7 +8,9 @@
 #include "json.hpp"
 #include "printable.hpp"
 #include "progress.hpp"
+#include "recording_output.hpp"
 #include "scan_attribute.hpp"
+#include "standard_output.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -36,6 +38,9 @@ struct export_options {
     std::string output;
     std::string format; ///< empty for what the output's name says
     bool json = false;
+
+    static constexpr const char* standard = "-";
+    bool to_standard_output() const { return output == standard; }
 };
 
 struct export_result {
@@ -60,6 +65,10 @@ void choose_format(export_options& options, const std::vector<std::string>& form
     if (!options.format.empty()) {
         return;
     }
+    if (options.to_standard_output()) {
+        options.format = "csv";
+        return;
+    }
     std::string suffix = fs::path(options.output).extension().string();
     std::transform(suffix.begin(), suffix.end(), suffix.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -73,6 +82,12 @@ void choose_format(export_options& options, const std::vector<std::string>& form
 }
 
 void check_output(const export_options& options) {
+    if (options.to_standard_output()) {
+        if (options.format != "csv") {
+            refuse_usage("OUT", "only csv can be written to standard output");
+        }
+        return;
+    }
     std::error_code error;
     const fs::path part = recording_output::name_until_whole(options.output);
     if (fs::equivalent(options.input, options.output, error) ||
@@ -108,24 +123,58 @@ void write_slice(const export_options& options, point_join& join, point_writer& 
     }
 }
 
+/// Where the bytes go: a file, or standard output.
+class export_output {
+  public:
+    /// Throws simulator::output_error, as the others do.
+    explicit export_output(const export_options& options) {
+        if (options.to_standard_output()) {
+            to_ = std::make_shared<standard_output>();
+        } else {
+            file_ = std::make_unique<recording_output>(options.output);
+            to_ = file_->connection();
+        }
+    }
+    scanlib::basic_wconnection& connection() { return *to_; }
+    /// After the last byte: replaces the first ones.
+    void finish(const std::string& head) {
+        if (!head.empty()) {
+            file_->write_again(0, head.data(), head.size());
+        }
+        if (!file_) {
+            to_->close();
+        }
+    }
+    void publish() {
+        if (file_) {
+            file_->publish();
+        }
+    }
+
+  private:
+    std::unique_ptr<recording_output> file_;
+    std::shared_ptr<scanlib::basic_wconnection> to_;
+};
+
 /// Writes the points of the first slice, as there are no more in files of one recording. Throws
 /// Skein::K7ReadError where none of them can be read.
-void write_points(const export_options& options, recording_output& output, export_result& result) {
+void write_points(const export_options& options, export_output& output, export_result& result) {
     const Skein::K7Reader file(options.input);
     const std::vector<std::string> slices = file.slices();
     if (slices.empty()) {
         throw Skein::K7ReadError(options.input, "/", "there is no slice");
     }
     point_join join(file, slices.front());
-    byte_output bytes(output);
+    byte_output bytes(output.connection());
     const auto writer = make_writer(options.format, bytes, instrument_name(file, slices.front()));
     write_slice(options, join, *writer);
-    writer->finish();
+    bytes.flush();
+    output.finish(writer->head());
     result.text = join.failure();
     result.points = writer->written();
     result.too_far = writer->left_out();
     result.counts = join.counts();
-    result.bytes_out = output.bytes_written();
+    result.bytes_out = bytes.written();
     result.code = result.text.empty()  ? exit_code::good
                   : result.points == 0 ? exit_code::input_unreadable
                                        : exit_code::input_damaged;
@@ -204,7 +253,7 @@ export_result failed(std::string text, exit_code code) {
 }
 
 /// In the contained process: fills the output, which the other one publishes.
-export_result fill(const export_options& options, recording_output& output) {
+export_result fill(const export_options& options, export_output& output) {
     const auto start = std::chrono::steady_clock::now();
     export_result result;
     try {
@@ -221,7 +270,7 @@ export_result fill(const export_options& options, recording_output& output) {
 
 /// Returns what is printed.
 std::string export_readable(const export_options& options, exit_code& code) {
-    recording_output output(options.output);
+    export_output output(options);
     const contained_result run = run_contained([&](std::string& told) {
         const export_result result = fill(options, output);
         told = told_of(options, result);
@@ -258,7 +307,7 @@ exit_code run(const export_options& options) {
     check_output(options);
     exit_code code = exit_code::good;
     const std::string told = export_points(options, code);
-    std::fputs(told.c_str(), stdout);
+    std::fputs(told.c_str(), options.to_standard_output() ? stderr : stdout);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::fputs("rxp2k7: cannot write to standard output\n", stderr);
         return exit_code::output_failed;
@@ -275,7 +324,8 @@ void add_export(CLI::App& app, exit_code& result) {
     auto options = std::make_shared<export_options>();
     command->add_option("FILE", options->input, "K7 file, or its .part")->required();
     command
-        ->add_option("OUT", options->output, "file to write; its name ends in .ply, .las or .csv")
+        ->add_option("OUT", options->output,
+                     "file to write, ending in .ply, .las or .csv; - for standard output, as csv")
         ->required();
     command->add_option("--format", options->format, "format, whatever the name of OUT ends in")
         ->check(CLI::IsMember(formats));

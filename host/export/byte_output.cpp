@@ -8,7 +8,7 @@ constexpr std::size_t piece = std::size_t{1} << 18;
 
 } // namespace
 
-byte_output::byte_output(recording_output& to) : to_(to), buffer_(piece) {}
+byte_output::byte_output(scanlib::basic_wconnection& to) : to_(to), buffer_(piece) {}
 
 void byte_output::append(std::string_view bytes) {
     while (!bytes.empty()) {
@@ -20,12 +20,9 @@ void byte_output::append(std::string_view bytes) {
 }
 
 void byte_output::flush() {
-    to_.write(buffer_.data(), size_);
+    to_.write(buffer_.data(), static_cast<std::int64_t>(size_));
+    written_ += size_;
     size_ = 0;
-}
-
-void byte_output::write_again(std::uint64_t at, std::string_view bytes) {
-    to_.write_again(at, bytes.data(), bytes.size());
 }
 
 } // namespace host

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "recording_output.hpp"
+#include "scanlib/connection.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -51,11 +51,11 @@ class field_bytes {
     std::string bytes_;
 };
 
-/// Collects bytes for an output, to write them in large pieces. The output outlives it. Operations
-/// throw simulator::output_error.
+/// Collects bytes for a connection, to write them in large pieces. The connection outlives it, and
+/// its failures pass through.
 class byte_output {
   public:
-    explicit byte_output(recording_output& to);
+    explicit byte_output(scanlib::basic_wconnection& to);
 
     /// Room for `n` bytes, at most `most_at_once`; `take` tells how many of them are used.
     char* room(std::size_t n) {
@@ -68,15 +68,16 @@ class byte_output {
     static constexpr std::size_t most_at_once = 4096;
 
     void append(std::string_view bytes);
-    /// Brings everything to the output.
+    /// Hands everything over.
     void flush();
-    /// Replaces bytes that were flushed.
-    void write_again(std::uint64_t at, std::string_view bytes);
+    /// Bytes that were handed over.
+    std::uint64_t written() const noexcept { return written_; }
 
   private:
-    recording_output& to_;
+    scanlib::basic_wconnection& to_;
     std::vector<char> buffer_;
     std::size_t size_ = 0;
+    std::uint64_t written_ = 0;
 };
 
 } // namespace host

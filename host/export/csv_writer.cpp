@@ -45,8 +45,4 @@ void csv_writer::write(std::span<const exported_point> points) {
     written_ += points.size();
 }
 
-void csv_writer::finish() {
-    to_.flush();
-}
-
 } // namespace host

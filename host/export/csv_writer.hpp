@@ -12,7 +12,6 @@ class csv_writer : public point_writer {
     /// The output outlives it.
     explicit csv_writer(byte_output& to);
     void write(std::span<const exported_point> points) override;
-    void finish() override;
 
   private:
     byte_output& to_;

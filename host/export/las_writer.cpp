@@ -46,15 +46,22 @@ void add_records(field_bytes& to) {
     to.zeros(4 + 5 * 24).text("dB, NaN where it is not told", 32); // no bounds, no scale
 }
 
+/// The name of the system: plain characters alone.
+std::string system_of(std::string instrument) {
+    std::replace_if(
+        instrument.begin(), instrument.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return instrument.empty() ? "OTHER" : instrument;
+}
+
 } // namespace
 
 las_writer::las_writer(byte_output& to, std::string instrument)
-    : to_(to), instrument_(instrument.empty() ? "OTHER" : std::move(instrument)) {
-    to_.append(header());
+    : to_(to), instrument_(system_of(std::move(instrument))) {
+    to_.append(las_writer::head());
 }
 
 /// What stands before the points.
-std::string las_writer::header() const {
+std::string las_writer::head() const {
     field_bytes to;
     to.text("LASF", 4).zeros(2).number<std::uint16_t>(adjusted_standard_time | well_known_text);
     to.zeros(16).number(std::uint8_t{1}).number(std::uint8_t{4});
@@ -142,11 +149,6 @@ void las_writer::write(std::span<const exported_point> points) {
         }
         ++written_;
     }
-}
-
-void las_writer::finish() {
-    to_.flush();
-    to_.write_again(0, header());
 }
 
 } // namespace host

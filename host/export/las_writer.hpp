@@ -17,10 +17,10 @@ namespace host {
 /// are those before the first one within 1e8 m of the origin.
 class las_writer : public point_writer {
   public:
-    /// `instrument` is told as the system. The output, which outlives it, can be written again.
+    /// `instrument` is told as the system. The output outlives it.
     las_writer(byte_output& to, std::string instrument);
     void write(std::span<const exported_point> points) override;
-    void finish() override;
+    std::string head() const override;
 
     static constexpr double scale = 0.0001;
     /// Intensity of an amplitude of 1 dB; it is 0 below 0 dB and where the amplitude is NaN.
@@ -30,7 +30,6 @@ class las_writer : public point_writer {
   private:
     using steps = std::array<std::int32_t, 3>; ///< coordinates in steps of the scale
 
-    std::string header() const;
     void choose_offset(const exported_point& p);
     bool quantise(const exported_point& p, steps& to) const;
     void write_point(const exported_point& p, const steps& place);

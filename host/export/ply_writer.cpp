@@ -12,11 +12,11 @@ constexpr std::size_t longest_count = std::numeric_limits<std::uint64_t>::digits
 } // namespace
 
 ply_writer::ply_writer(byte_output& to) : to_(to) {
-    to_.append(header());
+    to_.append(ply_writer::head());
 }
 
 /// As long for every number of points: a comment takes what the number leaves.
-std::string ply_writer::header() const {
+std::string ply_writer::head() const {
     const std::string count = std::to_string(written_);
     return "ply\n"
            "format binary_little_endian 1.0\n"
@@ -55,11 +55,6 @@ void ply_writer::write(std::span<const exported_point> points) {
         to_.take(point_bytes);
     }
     written_ += points.size();
-}
-
-void ply_writer::finish() {
-    to_.flush();
-    to_.write_again(0, header());
 }
 
 } // namespace host

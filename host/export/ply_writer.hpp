@@ -10,14 +10,12 @@ namespace host {
 /// PLY 1.0, binary, lowest byte first: vertices alone, with coordinates as doubles.
 class ply_writer : public point_writer {
   public:
-    /// The output, which outlives it, can be written again.
+    /// The output outlives it.
     explicit ply_writer(byte_output& to);
     void write(std::span<const exported_point> points) override;
-    void finish() override;
+    std::string head() const override;
 
   private:
-    std::string header() const;
-
     byte_output& to_;
 };
 

@@ -4,10 +4,11 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace host {
 
-/// Writes points in one format. Operations throw simulator::output_error.
+/// Makes the bytes of points in one format. Failures of the output pass through.
 class point_writer {
   public:
     point_writer() = default;
@@ -16,9 +17,9 @@ class point_writer {
     virtual ~point_writer() = default;
 
     virtual void write(std::span<const exported_point> points) = 0;
-    /// Brings everything to the output, numbers that stand in front of the points too. Nothing is
-    /// written afterwards.
-    virtual void finish() = 0;
+    /// What the file begins with now that all points are written; its first bytes until then only
+    /// hold the place. Empty for a format that has no such numbers.
+    virtual std::string head() const { return {}; }
 
     /// Points in the file.
     std::uint64_t written() const noexcept { return written_; }

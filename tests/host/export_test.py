@@ -1,5 +1,6 @@
 #!/usr/bin/python3
 """export_test.py HOST [TEST ...]: `rxp2k7 export`: the points in each format are those that h5py finds in the K7 file."""
+import glob
 import json
 import os
 import random
@@ -17,6 +18,9 @@ import numpy as np
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'support'))
 import k7  # noqa: E402
 import point_files  # noqa: E402
+
+# What scripts/setup got from elsewhere than Debian; behind everything else.
+sys.path += glob.glob(os.path.join(os.path.dirname(os.path.abspath(__file__)), '../../build/readers/lib/python3*/site-packages'))
 
 HOST = None
 FORMATS = ('las', 'ply', 'csv')
@@ -183,6 +187,13 @@ class Formats(ExportTest):
         wkt = las.records['LASF_Projection', 2112]
         self.assertTrue(wkt.startswith(b'LOCAL_CS["') and wkt.endswith(b']\0') and wkt.count(b'[') == wkt.count(b']'), wkt)
 
+    def test_las_tells_odd_instruments_in_plain_characters(self):
+        for instrument, wanted in (('K\x1b\u00e4', 'K???'), ('x' * 1000, 'x' * 32), ('', 'OTHER')):
+            def change(f):
+                f['Slice_0/Shots'].attrs['type_id'] = instrument
+                del f['Slice_0/Shots'].attrs['serial']
+            self.assertEqual(point_files.Las(self.exported(self.changed(change), 'las')).system, wanted)
+
     def test_another_reader_of_las_gets_the_same(self):
         try:
             import laspy
@@ -196,6 +207,11 @@ class Formats(ExportTest):
         for n in ('gps_time', 'return_number', 'number_of_returns'):
             self.assertTrue(np.array_equal(np.asarray(getattr(las, n)), wanted[n]), n)
         self.assertTrue(np.array_equal(np.asarray(las['Reflectance']), wanted['reflectance'], equal_nan=True))
+
+    def test_the_type_of_each_file_is_recognised(self):
+        for kind, wanted in (('las', 'LIDAR point data records, version 1.4'), ('ply', 'PLY'), ('csv', 'CSV text')):
+            told = subprocess.run(['file', '-b', self.exported(self.scan, kind)], stdout=subprocess.PIPE, text=True, check=True).stdout
+            self.assertIn(wanted.lower(), told.lower())
 
     def test_another_reader_of_ply_gets_the_same(self):
         try:
@@ -487,7 +503,8 @@ class Outputs(ExportTest):
 
     def test_wrong_usage_exits_2(self):
         for args in ([], [self.scan], [self.scan, self.path('x.xyz')], [self.scan, self.path('x')],
-                     [self.scan, self.path('x.las'), '--format', 'laz'], [self.scan, '/dev/null', '--format', 'las']):
+                     [self.scan, self.path('x.las'), '--format', 'laz'], [self.scan, '/dev/null', '--format', 'las'],
+                     [self.scan, '-', '--format', 'ply']):
             self.export(*args, code=2)
         self.assertIn('--format', self.export(self.scan, self.path('x.xyz'), code=2).stderr)
 
@@ -512,6 +529,28 @@ class Outputs(ExportTest):
         with pipe:
             self.assertEqual(pipe.read(), bytes_of(self.exported(self.scan, 'csv')))
         self.assertEqual(p.wait(), 0)
+
+    def test_csv_goes_to_standard_output_with_the_summary_beside_it(self):
+        p = self.export(self.scan, '-')
+        self.assertEqual(p.stdout.encode(), bytes_of(self.exported(self.scan, 'csv')))
+        self.assertIn('%s -> -\n  points ' % self.scan, p.stderr)
+        with open(self.path('both.csv'), 'w') as f:
+            f.write('# before\n')
+            f.flush()
+            subprocess.run([HOST, 'export', self.scan, '-'], stdout=f, stderr=subprocess.DEVNULL, check=True)
+        self.assertEqual(bytes_of(self.path('both.csv')), b'# before\n' + p.stdout.encode())
+        with open('/dev/full', 'w') as full:
+            p = subprocess.run([HOST, 'export', self.scan, '-'], stdout=full, stderr=subprocess.PIPE, text=True)
+        self.assertEqual(p.returncode, 5)
+        self.assertIn('cannot write to standard output: No space left', p.stderr)
+
+    def test_a_reader_that_goes_away_ends_it_as_other_programs(self):
+        p = subprocess.Popen([HOST, 'export', self.scan, '-'], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        p.stdout.readline()
+        p.stdout.close()
+        with p.stderr:
+            self.assertNotIn('rxp2k7:', p.stderr.read())
+        self.assertEqual(p.wait(), -signal.SIGPIPE)
 
     def test_nothing_goes_on_when_the_program_is_ended(self):
         """The pipe holds it up half-way; its end shows that nobody writes any longer."""
