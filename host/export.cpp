@@ -113,13 +113,22 @@ std::unique_ptr<point_writer> make_writer(const std::string& format, byte_output
     return std::make_unique<csv_writer>(to);
 }
 
-void write_slice(const export_options& options, point_join& join, point_writer& writer) {
-    progress_line line(fs::path(options.input).filename().string(), "echoes", join.size());
-    std::vector<exported_point> points(points_at_once);
-    for (std::size_t n = points.size(); n == points.size();) {
-        n = join.next(points);
-        writer.write({points.data(), n});
-        line.show(join.counts().echoes);
+/// Writes the points of a slice; tells in `result` what became of them.
+void write_slice(const export_options& options, const Skein::K7Reader& file,
+                 const std::string& slice, point_writer& writer, export_result& result) {
+    try {
+        point_join join(file, slice);
+        progress_line line(fs::path(options.input).filename().string(), "echoes", join.size());
+        std::vector<exported_point> points(points_at_once);
+        for (std::size_t n = points.size(); n == points.size();) {
+            n = join.next(points);
+            writer.write({points.data(), n});
+            line.show(join.counts().echoes);
+        }
+        result.counts += join.counts();
+        result.text = join.failure();
+    } catch (const Skein::K7ReadError& e) {
+        result.text = e.what();
     }
 }
 
@@ -156,24 +165,23 @@ class export_output {
     std::shared_ptr<scanlib::basic_wconnection> to_;
 };
 
-/// Writes the points of the first slice, as there are no more in files of one recording. Throws
-/// Skein::K7ReadError where none of them can be read.
+/// Writes the points of all slices, as far as they can be read. Throws Skein::K7ReadError where
+/// none can, and simulator::output_error.
 void write_points(const export_options& options, export_output& output, export_result& result) {
     const Skein::K7Reader file(options.input);
     const std::vector<std::string> slices = file.slices();
     if (slices.empty()) {
         throw Skein::K7ReadError(options.input, "/", "there is no slice");
     }
-    point_join join(file, slices.front());
     byte_output bytes(output.connection());
     const auto writer = make_writer(options.format, bytes, instrument_name(file, slices.front()));
-    write_slice(options, join, *writer);
+    for (std::size_t i = 0; i < slices.size() && result.text.empty(); ++i) {
+        write_slice(options, file, slices[i], *writer, result);
+    }
     bytes.flush();
     output.finish(writer->head());
-    result.text = join.failure();
     result.points = writer->written();
     result.too_far = writer->left_out();
-    result.counts = join.counts();
     result.bytes_out = bytes.written();
     result.code = result.text.empty()  ? exit_code::good
                   : result.points == 0 ? exit_code::input_unreadable

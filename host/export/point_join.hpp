@@ -17,6 +17,13 @@ struct join_counts {
     std::uint64_t echoes = 0;       ///< looked at
     std::uint64_t without_shot = 0; ///< no shot of their time was found
     std::uint64_t not_finite = 0;   ///< a coordinate is NaN or infinite
+
+    join_counts& operator+=(const join_counts& more) noexcept {
+        echoes += more.echoes;
+        without_shot += more.without_shot;
+        not_finite += more.not_finite;
+        return *this;
+    }
 };
 
 /// The points of a slice: each echo of "OPP" with the shot of the same "GPSTime",

@@ -286,6 +286,19 @@ class Join(ExportTest):
             self.assertEqual(points['return_number'].tolist(), [1, 4, 1])
             self.assertEqual(points['number_of_returns'].tolist(), [4, 4, 1])
 
+    def test_slices_follow_each_other(self):
+        path = self.made(([1, 2], [(1, 1, 5), (1.5, 1, 5), (2, 2, 5)]))
+        with h5py.File(path, 'r+') as f:
+            f.copy('Slice_0', 'Slice_1')
+        told, points = self.told(path)
+        self.assertEqual(points['x'].tolist(), [1, 2, 1, 2])
+        self.assertEqual((told['points'], told['echoes'], told['echoes_without_shot']), (4, 6, 2))
+        with h5py.File(path, 'r+') as f:
+            del f['Slice_1/Shots']
+        told, points = self.told(path, code=4)
+        self.assertEqual(points['x'].tolist(), [1, 2])
+        self.assertIn('/Slice_1/Shots: it is missing', told['text'])
+
     def test_many_echoes_of_a_shot_saturate_their_numbers(self):
         path = self.made(([1, 2], [(1, 1, 5)] * 300 + [(2, 1, 5)] * 16))
         for kind, most in (('las', 15), ('ply', 255), ('csv', 255)):
