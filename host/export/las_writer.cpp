@@ -128,7 +128,7 @@ void las_writer::choose_offset(const exported_point& p) {
     }
     has_offset_ = true;
     for (std::size_t i = 0; const double value : {p.x, p.y, p.z}) {
-        offset_[i++] = std::round(value / kilometre) * kilometre;
+        offset_[i++] = std::round(value / kilometre) * kilometre + 0.0; // never -0
     }
 }
 

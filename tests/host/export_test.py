@@ -36,22 +36,6 @@ def read(path):
             'csv': lambda: point_files.read_csv(path)}[name[-3:]]()
 
 
-def joined(path):
-    """The points of a K7 file by a join of whole columns, in the order of the echoes."""
-    shots, echoes = k7.columns(path, 'Shots'), k7.columns(path, 'OPP')
-    rows = {time: row for row, time in enumerate(shots['GPSTime'])}
-    row = np.array([rows.get(time, -1) for time in echoes['GPSTime']])
-    points = shots['Positions'][row] + echoes['Range'][:, None] * shots['Waveforms.DirectionDelta'][row]
-    number, seen = [], {}
-    for time in echoes['GPSTime']:
-        seen[time] = seen.get(time, 0) + 1
-        number.append(seen[time])
-    out = dict(zip('xyz', points.T), gps_time=echoes['GPSTime'], amplitude=echoes['Amplitude'],
-               reflectance=echoes['Reflectance'], channel=echoes['Channel'], return_number=np.array(number),
-               number_of_returns=np.array([seen[time] for time in echoes['GPSTime']]))
-    return {n: values[row >= 0] for n, values in out.items()}
-
-
 def bytes_of(path):
     with open(path, 'rb') as f:
         return f.read()
@@ -141,7 +125,7 @@ class ExportTest(unittest.TestCase):
 
 class Formats(ExportTest):
     def test_ply_and_csv_hold_the_points_exactly(self):
-        wanted = joined(self.scan)
+        wanted = k7.points(self.scan)
         self.assertGreater(len(wanted['x']), 9000)
         self.assertGreater(wanted['number_of_returns'].max(), 1)
         for kind in ('ply', 'csv'):
@@ -159,7 +143,7 @@ class Formats(ExportTest):
             self.assertLessEqual(len(value), len(str(kind(value))))
 
     def test_las_holds_them_within_half_a_step(self):
-        wanted = joined(self.scan)
+        wanted = k7.points(self.scan)
         las = point_files.Las(self.exported(self.scan, 'las'))
         points = las.columns()
         self.assertEqual(las.scale.tolist(), [1e-4] * 3)
@@ -176,6 +160,7 @@ class Formats(ExportTest):
         self.assertEqual((las.legacy_counts, las.source_id, las.guid), ((0,) * 6, 0, bytes(16)))
         self.assertEqual((las.waveforms_at, las.extended_at, las.extended_count), (0, 0, 0))
         self.assertEqual((las.points_at, las.end), (las.records_end, len(las.raw)))
+        self.assertFalse(np.signbit(las.offset).any(), 'a zero with a sign, or a place far below')
         self.assertEqual(las.count, len(points['x']))
         self.assertEqual(las.by_return.tolist(), np.bincount(points['return_number'], minlength=16)[1:].tolist())
         for i, axis in enumerate('xyz'):
@@ -200,7 +185,7 @@ class Formats(ExportTest):
         except ImportError:
             self.skipTest('laspy is not installed')
         las = laspy.read(self.exported(self.scan, 'las'))
-        wanted = joined(self.scan)
+        wanted = k7.points(self.scan)
         self.assertEqual((str(las.header.version), las.header.point_format.id), ('1.4', 6))
         for axis in 'xyz':
             self.assertLessEqual(np.abs(np.asarray(getattr(las, axis)) - wanted[axis]).max(), 0.5e-4 * (1 + 1e-6))
@@ -219,7 +204,7 @@ class Formats(ExportTest):
         except ImportError:
             self.skipTest('meshio is not installed')
         mesh = meshio.read(self.exported(self.scan, 'ply'))
-        wanted = joined(self.scan)
+        wanted = k7.points(self.scan)
         self.assertTrue(np.array_equal(mesh.points, np.column_stack([wanted[a] for a in 'xyz'])))
         self.same(mesh.point_data, wanted, COLUMNS[3:])
 
@@ -361,7 +346,7 @@ class Summary(ExportTest):
     def test_json_tells_what_was_done(self):
         out = self.path('sum.las')
         told = json.loads(self.export(self.scan, out, '--json').stdout)
-        n = len(joined(self.scan)['x'])
+        n = len(k7.points(self.scan)['x'])
         self.assertEqual({k: told[k] for k in ('input', 'output', 'format', 'text', 'complete', 'points', 'echoes')},
                          {'input': self.scan, 'output': out, 'format': 'las', 'text': '', 'complete': True, 'points': n, 'echoes': n})
         self.assertEqual(told['bytes_out'], os.path.getsize(out))
@@ -371,7 +356,7 @@ class Summary(ExportTest):
         out = self.path('sum.csv')
         lines = self.export(self.scan, out).stdout.splitlines()
         self.assertEqual(lines[0], '%s -> %s' % (self.scan, out))
-        self.assertEqual(lines[1].split(), ['points', str(len(joined(self.scan)['x']))])
+        self.assertEqual(lines[1].split(), ['points', str(len(k7.points(self.scan)['x']))])
         self.assertEqual(lines[2].split(), ['bytes', str(os.path.getsize(out))])
 
     def test_a_part_is_exported_with_a_warning(self):
@@ -420,7 +405,7 @@ class Hostile(ExportTest):
 
     def test_damage_behind_some_points_exits_4_and_keeps_these(self):
         path = self.changed(lambda f: f.__delitem__(OPP + 'Range/Fragment_2'))
-        wanted = joined(self.scan)
+        wanted = k7.points(self.scan)
         for kind in FORMATS:
             told, points = self.told(path, kind, code=4)
             self.assertIn('OPP/StandardCartesianChart3D/Range/Fragment_2: it is missing', told['text'])

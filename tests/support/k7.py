@@ -32,6 +32,22 @@ def columns(path, grid, names=None):
     return out
 
 
+def points(path):
+    """The points of a K7 file as `export` names their columns, by a join of whole columns, in the order of the echoes."""
+    shots, echoes = columns(path, 'Shots'), columns(path, 'OPP')
+    rows = {time: row for row, time in enumerate(shots['GPSTime'])}
+    row = np.array([rows.get(time, -1) for time in echoes['GPSTime']])
+    places = shots['Positions'][row] + echoes['Range'][:, None] * shots['Waveforms.DirectionDelta'][row]
+    number, seen = [], {}
+    for time in echoes['GPSTime']:
+        seen[time] = seen.get(time, 0) + 1
+        number.append(seen[time])
+    out = dict(zip('xyz', places.T), gps_time=echoes['GPSTime'], amplitude=echoes['Amplitude'],
+               reflectance=echoes['Reflectance'], channel=echoes['Channel'], return_number=np.array(number),
+               number_of_returns=np.array([seen[time] for time in echoes['GPSTime']]))
+    return {n: values[row >= 0] for n, values in out.items()}
+
+
 def same(expected, actual, rtol=1e-9):
     """None when two arrays or numbers agree, else a text. 32-bit floats may differ by one unit in the last place."""
     e, a = np.asarray(expected), np.asarray(actual)
