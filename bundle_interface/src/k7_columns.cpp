@@ -149,12 +149,17 @@ class K7Columns::Scales {
     std::map<std::pair<std::string, std::uint64_t>, Scale> scales_; ///< by name and size
 };
 
-std::vector<std::uint64_t> K7Columns::Field::shape() const {
-    std::vector<std::uint64_t> extent = {rows};
-    if (isWide()) {
-        extent.push_back(rank == 2 ? widest : components);
+std::vector<std::uint64_t> K7Columns::Field::shapeOf(std::span<const Piece> pieces) const {
+    std::uint64_t rows = 0;
+    std::uint64_t widest = 0;
+    for (const Piece& piece : pieces) {
+        rows += piece.rows;
+        widest = std::max(widest, piece.width);
     }
-    return extent;
+    if (!isWide()) {
+        return {rows};
+    }
+    return {rows, rank == 2 ? widest : components};
 }
 
 void K7Columns::addField(const std::string& path, std::string units, std::string long_name) {
@@ -174,43 +179,61 @@ void K7Columns::describe(const std::string& path, const MemBase& array) {
 void K7Columns::addFragment(const std::string& path, const std::string& name,
                             const MemBase& array) {
     Field& field = fields_[path];
-    field.rows += array.rows();
-    field.widest = std::max<std::uint64_t>(field.widest, array.width());
     if (array.rows() != 0) {
         field.fragments.push_back({name, array.rows(), array.width()});
     }
 }
 
-void K7Columns::writeColumn(hid_t file, const std::string& grid, const std::string& path,
-                            const Field& field, Scales& scales) {
-    const std::vector<std::uint64_t> shape = field.shape();
-    const Handle space = simpleSpace(shape);
+/// Makes a virtual dataset over pieces that stand in `group`.
+Handle K7Columns::makeVirtual(hid_t file, const std::string& path, const Field& field,
+                              const std::string& group, std::span<const Piece> pieces) {
+    const Handle space = simpleSpace(field.shapeOf(pieces));
     const Handle creation = datasetCreation();
     hsize_t first_row = 0;
-    for (const Fragment& fragment : field.fragments) {
-        std::vector<hsize_t> block = {fragment.rows};
-        if (field.isWide()) {
-            block.push_back(field.rank == 2 ? fragment.width : field.components);
-        }
-        const std::vector<hsize_t> start = {std::exchange(first_row, first_row + fragment.rows), 0};
+    for (const Piece& piece : pieces) {
+        const std::vector<std::uint64_t> block = field.shapeOf({&piece, 1});
+        const std::array<hsize_t, 2> start = {std::exchange(first_row, first_row + piece.rows), 0};
+        const std::array<hsize_t, 2> count = {block.front(), block.back()};
         if (block.back() == 0) {
             continue;
         }
-        check(H5Sselect_hyperslab(space, H5S_SELECT_SET, start.data(), nullptr, block.data(),
+        check(H5Sselect_hyperslab(space, H5S_SELECT_SET, start.data(), nullptr, count.data(),
                                   nullptr));
-        const Handle whole(H5Screate_simple(static_cast<int>(block.size()), block.data(), nullptr),
-                           H5Sclose);
-        check(H5Pset_virtual(creation, space, this_file, (path + "/" + fragment.name).c_str(),
-                             whole));
+        check(H5Pset_virtual(creation, space, this_file, (group + "/" + piece.name).c_str(),
+                             simpleSpace(block)));
     }
     check(H5Sselect_all(space));
-    const std::string column_path = grid + path.substr(path.rfind('/'));
-    const Handle column(H5Dcreate2(file, column_path.c_str(), storage::typesOf(*field.number).file,
-                                   space, H5P_DEFAULT, creation, H5P_DEFAULT),
-                        H5Dclose);
-    storage::setText(column, "units", field.units);
-    storage::setText(column, "long_name", field.long_name);
-    scales.attach(column, {"row", field.rank == 2 ? "sample" : "xyz"}, shape);
+    return Handle(H5Dcreate2(file, path.c_str(), storage::typesOf(*field.number).file, space,
+                             H5P_DEFAULT, creation, H5P_DEFAULT),
+                  H5Dclose);
+}
+
+Handle K7Columns::makeColumn(hid_t file, const std::string& grid, const std::string& path,
+                             const Field& field) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const std::string column = grid + "/" + name;
+    std::span<const Piece> fragments = field.fragments;
+    if (fragments.size() <= most_pieces) {
+        return makeVirtual(file, column, field, path, fragments);
+    }
+    const std::string group = grid + "/parts";
+    if (check(H5Lexists(file, group.c_str(), H5P_DEFAULT)) == 0) {
+        const Handle creation(H5Pcreate(H5P_GROUP_CREATE), H5Pclose);
+        check(H5Pset_obj_track_times(creation, false));
+        Handle(H5Gcreate2(file, group.c_str(), H5P_DEFAULT, creation, H5P_DEFAULT), H5Gclose)
+            .close();
+    }
+    std::vector<Piece> parts;
+    while (!fragments.empty()) {
+        const auto some = fragments.first(std::min(most_pieces, fragments.size()));
+        fragments = fragments.subspan(some.size());
+        const std::vector<std::uint64_t> shape = field.shapeOf(some);
+        parts.push_back({name + "_" + std::to_string(parts.size()), shape.front(), shape.back()});
+        makeVirtual(file, std::string(group).append("/").append(parts.back().name), field, path,
+                    some)
+            .close();
+    }
+    return makeVirtual(file, column, field, group, parts);
 }
 
 void K7Columns::write(hid_t file) const {
@@ -218,9 +241,16 @@ void K7Columns::write(hid_t file) const {
         const std::string grid = parentOf(parentOf(at->first));
         Scales scales(file, grid);
         for (; at != fields_.end() && parentOf(parentOf(at->first)) == grid; ++at) {
-            if (at->second.number != nullptr) {
-                writeColumn(file, grid, at->first, at->second, scales);
+            const Field& field = at->second;
+            if (field.number == nullptr) {
+                continue;
             }
+            Handle column = makeColumn(file, grid, at->first, field);
+            storage::setText(column, "units", field.units);
+            storage::setText(column, "long_name", field.long_name);
+            scales.attach(column, {"row", field.rank == 2 ? "sample" : "xyz"},
+                          field.shapeOf(field.fragments));
+            column.close();
         }
         scales.finish();
     }
@@ -243,44 +273,65 @@ std::string textBy(Get&& get) {
     return text;
 }
 
-ColumnPiece pieceOf(hid_t creation, std::size_t index) {
+using Extent = std::array<hsize_t, 2>;
+
+struct Block {
+    Extent first = {0, 0};
+    Extent count = {1, 1};
+};
+
+/// What is selected, which must be a block.
+Block blockOf(hid_t space) {
+    Block block;
+    Extent last = {0, 0};
+    const int rank = check(H5Sget_simple_extent_ndims(space));
+    if (rank < 1 || rank > 2 || H5Sget_select_bounds(space, block.first.data(), last.data()) < 0) {
+        throw Failure{"a piece of it is no block of rows"};
+    }
+    for (std::size_t i = 0; i < last.size(); ++i) {
+        block.count[i] = last[i] - block.first[i] + 1;
+    }
+    if (H5Sget_select_npoints(space) != static_cast<hssize_t>(block.count[0] * block.count[1])) {
+        throw Failure{"a piece of it is no block of rows"};
+    }
+    return block;
+}
+
+K7Piece pieceOf(hid_t creation, std::size_t index) {
     const std::string file = textBy([&](char* to, std::size_t room) {
         return H5Pget_virtual_filename(creation, index, to, room);
     });
     if (file != this_file) {
         throw Failure{"its values are stored elsewhere"};
     }
-    ColumnPiece piece;
+    K7Piece piece;
     piece.source = textBy([&](char* to, std::size_t room) {
         return H5Pget_virtual_dsetname(creation, index, to, room);
     });
     const Handle space(H5Pget_virtual_vspace(creation, index), H5Sclose);
     const Handle source(H5Pget_virtual_srcspace(creation, index), H5Sclose);
-    const int rank = check(H5Sget_simple_extent_ndims(space));
-    std::array<hsize_t, 2> first = {0, 0};
-    std::array<hsize_t, 2> last = {0, 0};
-    if (rank < 1 || rank > 2 || H5Sget_select_bounds(space, first.data(), last.data()) < 0) {
-        throw Failure{"a piece of it is no block of rows"};
-    }
-    piece.first_row = first[0];
-    piece.rows = last[0] - first[0] + 1;
-    piece.width = last[1] - first[1] + 1;
-    const auto values = static_cast<hssize_t>(piece.rows * piece.width);
-    if (first[1] != 0 || H5Sget_select_npoints(space) != values) {
-        throw Failure{"a piece of it is no block of rows"};
-    }
-    if (H5Sget_select_npoints(source) != values || H5Sget_simple_extent_npoints(source) != values) {
-        throw Failure{"a piece of it is not a whole fragment"};
+    const Block block = blockOf(space);
+    piece.first_row = block.first[0];
+    piece.rows = block.count[0];
+    piece.width = block.count[1];
+    // The extent of a dataset taken as a whole is not told here.
+    const bool whole = H5Sget_select_type(source) == H5S_SEL_ALL;
+    const Block taken = whole ? Block{{0, 0}, block.count} : blockOf(source);
+    if (block.first[1] != 0 || taken.first != Extent{0, 0} || taken.count != block.count) {
+        throw Failure{"a piece of it does not have whole rows from the first on"};
     }
     return piece;
 }
 
 } // namespace
 
-std::vector<ColumnPiece> piecesOf(hid_t creation) {
+std::vector<K7Piece> piecesOf(hid_t creation) {
     std::size_t count = 0;
     check(H5Pget_virtual_count(creation, &count));
-    std::vector<ColumnPiece> pieces;
+    if (count > K7Reader::most_members) {
+        throw Failure{"it has too many pieces"};
+    }
+    std::vector<K7Piece> pieces;
     for (std::size_t i = 0; i < count; ++i) {
         pieces.push_back(pieceOf(creation, i));
     }

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "bundle_interface/k7_reader.hpp"
 #include "bundle_interface/skein/mem_array.hpp"
 #include "storage_library.hpp"
 
@@ -19,8 +21,14 @@ namespace Skein {
 /// `sample` for the samples of waveforms, and `xyz`, which has the names of the components. Should
 /// columns of a grid differ in a dimension's size, each further size has a scale of its own, as in
 /// `row_7`.
+///
+/// Thousands of fragments would take the library much memory and time at once. A column of more
+/// than most_pieces goes over virtual datasets in the grid's group `parts`, and these over
+/// most_pieces fragments each.
 class K7Columns {
   public:
+    static constexpr std::size_t most_pieces = 512;
+
     /// Notes the field whose group is `path`, a grid's representation's member.
     void addField(const std::string& path, std::string units, std::string long_name);
     /// Notes what the field's arrays are. Of a field without fragments this is all there is.
@@ -33,8 +41,9 @@ class K7Columns {
     void write(storage::Identifier file) const;
 
   private:
-    struct Fragment {
-        std::string name;
+    /// A dataset that gives a column some of its rows.
+    struct Piece {
+        std::string name; ///< within its group
         std::uint64_t rows;
         std::uint64_t width;
     };
@@ -44,32 +53,25 @@ class K7Columns {
         const std::type_info* number = nullptr; ///< null until described
         std::size_t components = 1;
         std::size_t rank = 1;
-        std::vector<Fragment> fragments; ///< those with values, in the order of storing
-        std::uint64_t rows = 0;          ///< of all fragments
-        std::uint64_t widest = 0;
+        std::vector<Piece> fragments; ///< those with rows, in the order of storing
 
         bool isWide() const noexcept { return rank == 2 || components != 1; }
-        std::vector<std::uint64_t> shape() const;
+        std::vector<std::uint64_t> shapeOf(std::span<const Piece> pieces) const;
     };
     class Scales;
 
-    static void writeColumn(storage::Identifier file, const std::string& grid,
-                            const std::string& path, const Field& field, Scales& scales);
+    static storage::Handle makeVirtual(storage::Identifier file, const std::string& path,
+                                       const Field& field, const std::string& group,
+                                       std::span<const Piece> pieces);
+    static storage::Handle makeColumn(storage::Identifier file, const std::string& grid,
+                                      const std::string& path, const Field& field);
 
     std::map<std::string, Field> fields_; ///< by path
-};
-
-/// One piece of a column as its file tells it.
-struct ColumnPiece {
-    std::string source; ///< path of the dataset that has the values
-    std::uint64_t first_row = 0;
-    std::uint64_t rows = 0;
-    std::uint64_t width = 0; ///< values in a row; 1 where rows are single values
 };
 
 /// The pieces of a virtual dataset by its creation list, in the order of the file. Throws
 /// storage::Failure for a piece of another file, or one that is not a block of whole rows taken
 /// from a whole dataset.
-std::vector<ColumnPiece> piecesOf(storage::Identifier creation);
+std::vector<K7Piece> piecesOf(storage::Identifier creation);
 
 } // namespace Skein
