@@ -171,6 +171,9 @@ void K7Columns::addField(const std::string& path, std::string units, std::string
 void K7Columns::describe(const std::string& path, const MemBase& array) {
     Field& field = fields_[path];
     const ElementDescription element = array.element();
+    if (array.rank() == 2 && element.components != 1) {
+        return;
+    }
     field.number = element.componentType;
     field.components = element.components;
     field.rank = array.rank();

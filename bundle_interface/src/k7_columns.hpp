@@ -31,7 +31,8 @@ class K7Columns {
 
     /// Notes the field whose group is `path`, a grid's representation's member.
     void addField(const std::string& path, std::string units, std::string long_name);
-    /// Notes what the field's arrays are. Of a field without fragments this is all there is.
+    /// Notes what the field's arrays are. Of a field without fragments this is all there is. One of
+    /// more than two dimensions, as of rows of points, gets no column.
     void describe(const std::string& path, const MemBase& array);
     /// Notes that the array was stored as the dataset `name` of the field.
     void addFragment(const std::string& path, const std::string& name, const MemBase& array);
@@ -52,7 +53,7 @@ class K7Columns {
         std::string long_name;
         const std::type_info* number = nullptr; ///< null until described
         std::size_t components = 1;
-        std::size_t rank = 1;
+        int rank = 1;
         std::vector<Piece> fragments; ///< those with rows, in the order of storing
 
         bool isWide() const noexcept { return rank == 2 || components != 1; }

@@ -297,6 +297,9 @@ void K7File::State::addColumns() {
         check(H5Fset_libver_bounds(file, H5F_LIBVER_V18, H5F_LIBVER_LATEST));
         columns.write(file);
         flush();
+        if (!medium->settle()) {
+            throw Failure{medium->error()};
+        }
     } catch (const Failure& f) {
         if (!medium->settle()) {
             throw;
