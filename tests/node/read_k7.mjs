@@ -1,15 +1,17 @@
-// read_k7.mjs K7 OUT: what an independent reader finds in a K7 file. One JSON object goes to standard output: of each object its
-// attributes, and of a dataset its shape, type and scales as well. The values of the datasets, in the order of the objects,
-// go to OUT as they are in memory; texts stand in the JSON.
+// read_k7.mjs K7 OUT [NAME ...]: what an independent reader finds in a K7 file, or of the objects named. One JSON object goes
+// to standard output: of each object its attributes, and of a dataset its shape, type and scales as well. The values of the
+// datasets, in the order of the objects, go to OUT as they are in memory, and behind each the rows that the JSON tells, once
+// more; texts stand in the JSON.
 import { openSync, writeSync } from 'node:fs';
 import h5wasm from 'h5wasm/node';
 
-const [path, out] = process.argv.slice(2);
+const [path, out, ...names] = process.argv.slice(2);
 await h5wasm.ready;
 const file = new h5wasm.File(path, 'r');
 const to = openSync(out, 'w');
 
-const plain = value => ArrayBuffer.isView(value) ? Array.from(value, plain) : typeof value === 'bigint' ? Number(value) : value;
+// What JSON has no word for, as a text.
+const plain = value => ArrayBuffer.isView(value) ? Array.from(value, plain) : typeof value === 'number' ? `${value}` : value;
 
 function attributesOf(object) {
   const told = {};
@@ -23,10 +25,14 @@ function attributesOf(object) {
 }
 
 function datasetOf(dataset) {
-  const told = { shape: dataset.shape, dtype: dataset.dtype, scales: dataset.shape.map((_, i) => dataset.get_attached_scales(i)) };
+  const { shape, dtype } = dataset;
+  const told = { shape, dtype, scales: shape.map((_, i) => dataset.get_attached_scales(i)) };
   const { value } = dataset;
   if (ArrayBuffer.isView(value)) {
-    told.size = writeSync(to, value);
+    writeSync(to, value);
+    // Some rows alone, as a viewer reads them.
+    told.rows = [shape[0] >> 2, (shape[0] >> 1) + 1];
+    if (value.length !== 0) writeSync(to, dataset.slice([told.rows]));
   } else {
     told.texts = value;
   }
@@ -34,8 +40,8 @@ function datasetOf(dataset) {
 }
 
 const objects = {};
-for (const name of ['/', ...file.paths()]) {
+for (const name of names.length !== 0 ? names : ['/', ...file.paths()]) {
   const object = file.get(name);
-  objects[name] = { attributes: attributesOf(object), ...(object instanceof h5wasm.Dataset ? datasetOf(object) : {}) };
+  objects[name] = { attributes: attributesOf(object), ...(object instanceof h5wasm.Dataset && { dataset: datasetOf(object) }) };
 }
 console.log(JSON.stringify(objects));

@@ -19,9 +19,9 @@ def missing(package):
 
 def run(script, *args):
     """The JSON that a script of tests/node prints. It goes in by standard input, so that it finds the packages by the place it
-    runs at."""
+    runs at; paths among its arguments are absolute."""
     with open(os.path.join(ROOT, 'tests', 'node', script), encoding='ascii') as source:
-        p = subprocess.run(['node', '--input-type=module', '-', *map(os.path.abspath, args)], stdin=source, cwd=INSTALLED,
+        p = subprocess.run(['node', '--input-type=module', '-', *args], stdin=source, cwd=INSTALLED,
                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=60)
     assert p.returncode == 0, p.stderr
     return json.loads(p.stdout)
