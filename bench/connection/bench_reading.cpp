@@ -1,11 +1,13 @@
-// What the scan for header packets and an open log add to the framing of a recording of 1 GiB, as ratio to framing alone.
+// What the scan for header packets and an open log add to the framing of a recording of 1 GiB, as
+// ratio to framing alone.
 //
 // Both run in turns on the same recording, and their medians are compared:
 //   ratio            wall time from opening the recording to its last packet
 //   processor_ratio  processor time of the reading thread up to there
 //   closed_ratio     wall time until the log is closed, too
 //
-// Recording and log lie in memory where there is a file system for it, or where TMPDIR says, so that no disk takes part.
+// Recording and log lie in memory where there is a file system for it, or where TMPDIR says, so
+// that no disk takes part.
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>

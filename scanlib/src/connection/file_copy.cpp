@@ -54,8 +54,7 @@ bool copy_range(int from, std::uint64_t offset, std::uint64_t n, int to, copy_wa
     auto at = begin;
     while (static_cast<std::uint64_t>(at - begin) < n) {
         errno = 0;
-        const ssize_t k =
-            copy_some(from, at, n - static_cast<std::uint64_t>(at - begin), to, way);
+        const ssize_t k = copy_some(from, at, n - static_cast<std::uint64_t>(at - begin), to, way);
         if (k > 0 || errno == EINTR) {
             continue;
         }

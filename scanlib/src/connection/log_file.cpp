@@ -20,8 +20,8 @@ log_file::~log_file() {
 
 bool log_file::open(const std::filesystem::path& path) {
     constexpr mode_t all_may_read_and_write = 0666; // less what the process masks
-    descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                         all_may_read_and_write);
+    descriptor_ =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, all_may_read_and_write);
     way_ = copy_way::within_file_systems;
     failed_ = false;
     return is_open();
@@ -138,8 +138,8 @@ void log_file::hand_over() {
     }
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(
-            lock, [this] { return waiting_ < most_parts && waiting_blocks_ < most_blocks; });
+        changed_.wait(lock,
+                      [this] { return waiting_ < most_parts && waiting_blocks_ < most_blocks; });
         waiting_blocks_ += present_.bytes ? 1 : 0;
         full_[(next_ + waiting_) % most_parts] = std::exchange(present_, {});
         ++waiting_;

@@ -78,7 +78,8 @@ void source_file::seek(std::uint64_t offset) noexcept {
     fetched_ = offset;
 }
 
-/// Up to `n` bytes behind those of the buffer. Returns their number, 0 at the end, less for a failure.
+/// Up to `n` bytes behind those of the buffer. Returns their number, 0 at the end, less for a
+/// failure.
 ssize_t source_file::fetch(char* dst, std::uint64_t n) noexcept {
     ssize_t k = 0;
     do {
