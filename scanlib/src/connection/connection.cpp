@@ -146,7 +146,7 @@ void basic_rconnection::close_log() {
     state_->log.close();
 }
 
-void basic_rconnection::delivered_from(const file_place& place) noexcept {
+void basic_rconnection::delivered_from(file_place place) noexcept {
     state_->from = place;
 }
 

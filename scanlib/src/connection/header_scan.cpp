@@ -151,6 +151,20 @@ std::size_t header_scan::fill_word(const char* data, std::size_t n, bool& found)
 }
 
 std::size_t header_scan::find(const char* data, std::size_t n) {
+    if (count_ != 0 || counts_) {
+        return search(data, n);
+    }
+    // Blocks without start word leave it at that.
+    const std::size_t words = n / word_bytes;
+    const std::size_t passed = skip_(data, 0, words) * word_bytes;
+    if (passed == n) {
+        return 0;
+    }
+    const std::size_t behind = search(data + passed, n - passed);
+    return behind == 0 ? 0 : passed + behind;
+}
+
+std::size_t header_scan::search(const char* data, std::size_t n) {
     bool found = false;
     std::size_t done = count_ == 0 ? 0 : fill_word(data, n, found);
     if (found) {

@@ -34,6 +34,7 @@ class header_scan {
     void realign() noexcept { count_ = 0; }
 
   private:
+    std::size_t search(const char* data, std::size_t n);
     std::size_t fill_word(const char* data, std::size_t n, bool& found);
     bool take_word(std::uint32_t word) noexcept;
 

@@ -27,7 +27,7 @@ bool log_file::open(const std::filesystem::path& path) {
     return is_open();
 }
 
-bool log_file::write(const char* data, std::size_t n, const file_place& from) {
+bool log_file::write(const char* data, std::size_t n, file_place from) {
     if (n != 0 && (from.file == nullptr || !add_range(from, n))) {
         add_bytes(data, n);
     }
@@ -54,7 +54,7 @@ void log_file::add_bytes(const char* data, std::size_t n) {
 }
 
 /// Returns whether the bytes can be taken from there later: not if they are this file's own.
-bool log_file::add_range(const file_place& from, std::uint64_t n) {
+bool log_file::add_range(file_place from, std::uint64_t n) {
     const std::shared_ptr<const open_file>& file = *from.file;
     if (present_.file != file || present_.offset + present_.size != from.offset) {
         if (file->is_same(descriptor_)) {

@@ -38,7 +38,7 @@ class log_file {
     bool is_open() const noexcept { return descriptor_ >= 0; }
 
     /// Writes bytes, which `from` may have, too.
-    bool write(const char* data, std::size_t n, const file_place& from = {});
+    bool write(const char* data, std::size_t n, file_place from = {});
     /// Waits until all is in the file.
     bool flush();
     bool close();
@@ -47,9 +47,9 @@ class log_file {
     /// What waits in memory is what a disk that pauses for moments needs; a block fits the cache.
     static constexpr std::size_t block_bytes = 0x40000;
     static constexpr std::size_t most_blocks = 16;
-    /// What waits in files, 256 MiB, costs nothing, but is to be in the system's cache still.
+    /// What waits in files, 512 MiB, costs nothing, but is to be in the system's cache still.
     static constexpr std::uint64_t range_bytes = 0x400000;
-    static constexpr std::size_t most_parts = 64;
+    static constexpr std::size_t most_parts = 128;
     using block = std::unique_ptr<char[]>;
 
     struct part {
@@ -60,7 +60,7 @@ class log_file {
     };
 
     void add_bytes(const char* data, std::size_t n);
-    bool add_range(const file_place& from, std::uint64_t n);
+    bool add_range(file_place from, std::uint64_t n);
     void end_part();
     block free_block();
     void recycle(block& used);

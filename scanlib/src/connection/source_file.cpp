@@ -59,7 +59,7 @@ bool source_file::open(const std::string& path) {
 
 void source_file::close() noexcept {
     file_.reset();
-    place_ = {};
+    lasts_ = false;
     next_ = filled_ = 0;
 }
 
@@ -93,7 +93,7 @@ ssize_t source_file::fetch(char* dst, std::uint64_t n) noexcept {
 }
 
 std::uint64_t source_file::read(char* dst, std::uint64_t n) {
-    const std::uint64_t begin = fetched_ - (filled_ - next_);
+    begin_ = fetched_ - (filled_ - next_);
     std::uint64_t total = 0;
     for (ssize_t got = 1; got > 0;) {
         const auto k = std::min<std::uint64_t>(n - total, filled_ - next_);
@@ -115,7 +115,7 @@ std::uint64_t source_file::read(char* dst, std::uint64_t n) {
             throw std::runtime_error("file_rconnection::more_input: Error reading from file!");
         }
     }
-    place_ = {begin + total <= lasting_ ? &file_ : nullptr, begin};
+    lasts_ = begin_ + total <= lasting_;
     return total;
 }
 

@@ -48,7 +48,7 @@ class source_file {
     /// Up to `n` bytes; fewer only at the end of the file. Throws std::runtime_error.
     std::uint64_t read(char* dst, std::uint64_t n);
     /// Where the bytes of the last read are; valid until the next operation.
-    const file_place& place() const noexcept { return place_; }
+    file_place place() const noexcept { return {lasts_ ? &file_ : nullptr, begin_}; }
 
   private:
     static constexpr std::size_t buffer_bytes = 0x40000;
@@ -61,7 +61,8 @@ class source_file {
     std::size_t filled_ = 0;         ///< end of its bytes
     std::uint64_t fetched_ = 0;      ///< offset behind them in the file
     std::uint64_t lasting_ = 0;      ///< bytes of the file that can be read again
-    file_place place_;
+    std::uint64_t begin_ = 0;        ///< of the last read
+    bool lasts_ = false;             ///< its bytes can be read again
 };
 
 } // namespace scanlib

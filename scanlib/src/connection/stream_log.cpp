@@ -59,7 +59,7 @@ void stream_log::remove_extensions() const {
     }
 }
 
-void stream_log::write(const char* data, std::uint64_t n, const file_place& from) {
+void stream_log::write(const char* data, std::uint64_t n, file_place from) {
     const auto room = static_cast<std::uint64_t>(std::max<std::int64_t>(limit_ - written_, 0));
     const std::uint64_t k = std::min(n, room);
     if (!file_.write(data, static_cast<std::size_t>(k), from)) {

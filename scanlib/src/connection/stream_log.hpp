@@ -23,7 +23,7 @@ class stream_log {
 
     /// Writes what fits; `from` is where the bytes can be read again. Throws std::runtime_error
     /// ("cannot create logfile extension", "cannot write logfile ..."), and is closed then.
-    void write(const char* data, std::uint64_t n, const file_place& from);
+    void write(const char* data, std::uint64_t n, file_place from);
 
     /// Throws std::runtime_error ("cannot write logfile ...").
     void flush();
