@@ -47,7 +47,8 @@ class log_file {
     /// What waits in memory is what a disk that pauses for moments needs; a block fits the cache.
     static constexpr std::size_t block_bytes = 0x40000;
     static constexpr std::size_t most_blocks = 16;
-    /// What waits in files, 512 MiB, costs nothing, but is to be in the system's cache still.
+    /// What waits in files, 512 MiB, takes a descriptor a file; it is to be in the system's cache
+    /// still.
     static constexpr std::uint64_t range_bytes = 0x400000;
     static constexpr std::size_t most_parts = 128;
     using block = std::unique_ptr<char[]>;
