@@ -11,11 +11,12 @@
 #include "bundle_builder.hpp"
 #include "bundle_interface/holdfast/console.hpp"
 #include "bundle_interface/k7_reader.hpp"
-#include "file_size_limit.hpp"
+#include "support/file_size_limit.hpp"
 
 namespace {
 
 using namespace bundle_test;
+using test_support::file_size_limit;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -127,7 +128,7 @@ TEST_F(BundleFile, DirectoryInItsPlaceIsToldWhenBound) {
 }
 
 TEST_F(BundleFile, FullDiskEndsTheStoreWithActionPathAndCause) {
-    const FileSizeLimit limit(200000);
+    const file_size_limit limit(200000);
     const auto bundle = bound();
     const auto field = field_of(shots_of(*bundle), "GPSTime");
     store(field, 0, counting(10000));
@@ -147,7 +148,7 @@ TEST_F(BundleFile, AfterAFailedStoreEachOperationTellsItAgainAndThePartStays) {
         const auto bundle = bound();
         const auto field = field_of(shots_of(*bundle), "GPSTime");
         {
-            const FileSizeLimit limit(100000);
+            const file_size_limit limit(100000);
             text = text_of([&] { store(field, 0, counting(100000)); });
         }
         ASSERT_FALSE(text.empty());
@@ -167,7 +168,7 @@ TEST_F(BundleFile, FullDiskAtTheFlushKeepsTheLastFlushedState) {
     const std::string before = bytes_of(part_);
     store(field, 0, counting(1));
     {
-        const FileSizeLimit limit(before.size() + 8);
+        const file_size_limit limit(before.size() + 8);
         EXPECT_THAT(text_of([&] { bundle->flush(); }), HasSubstr("File too large"));
     }
     EXPECT_EQ(bytes_of(part_), before);
@@ -179,7 +180,7 @@ TEST_F(BundleFile, FullDiskAtTheColumnsLeavesThePartWithEveryFragment) {
     store(field, 0, counting(10));
     bundle->flush();
     {
-        const FileSizeLimit limit(std::filesystem::file_size(part_) + 8);
+        const file_size_limit limit(std::filesystem::file_size(part_) + 8);
         EXPECT_THAT(text_of([&] { bundle->finish(); }), HasSubstr("File too large"));
     }
     EXPECT_FALSE(std::filesystem::exists(path_));
@@ -248,7 +249,7 @@ TEST_F(BundleFile, DiscardAfterAFailedStoreRemovesThePart) {
     const auto bundle = bound();
     const auto field = field_of(shots_of(*bundle), "GPSTime");
     {
-        const FileSizeLimit limit(100000);
+        const file_size_limit limit(100000);
         EXPECT_FALSE(text_of([&] { store(field, 0, counting(100000)); }).empty());
     }
     bundle->discard();
@@ -257,7 +258,7 @@ TEST_F(BundleFile, DiscardAfterAFailedStoreRemovesThePart) {
 }
 
 TEST_F(BundleFile, FileThatFailsWhileItIsMadeLeavesNoPartAndNoNoise) {
-    const FileSizeLimit limit(100);
+    const file_size_limit limit(100);
     testing::internal::CaptureStderr();
     EXPECT_THAT(text_of([&] { bound(); }), HasSubstr("File too large"));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

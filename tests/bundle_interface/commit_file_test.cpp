@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "file_size_limit.hpp"
+#include "support/file_size_limit.hpp"
 
 namespace {
 
@@ -39,7 +39,7 @@ TEST_F(CommitFileTest, StructureInSpaceNeverUsedGoesBeforeWhatRefersToIt) {
     ASSERT_TRUE(file.writeStructure(unused, "c", 1));
     {
         // The writes end before the later place.
-        const bundle_test::FileSizeLimit limit(unused);
+        const test_support::file_size_limit limit(unused);
         EXPECT_FALSE(file.commit() && file.settle());
     }
     EXPECT_EQ(byteAt(static_cast<std::streamoff>(old)), 'a');
@@ -56,7 +56,7 @@ TEST_F(CommitFileTest, StructureThatWasCommittedIsChangedLast) {
     const std::uint64_t added = file.allocateStructure(100);
     ASSERT_TRUE(file.writeStructure(added, "c", 1));
     {
-        const bundle_test::FileSizeLimit limit(second);
+        const test_support::file_size_limit limit(second);
         EXPECT_FALSE(file.commit() && file.settle());
     }
     EXPECT_EQ(byteAt(static_cast<std::streamoff>(first)), 'a');
