@@ -242,6 +242,12 @@ std::optional<std::uint32_t> numberOf(std::string_view name, std::string_view pr
                                                               : std::nullopt;
 }
 
+/// True for paths from the root on, each name of which has a letter.
+bool isPath(const std::string& object) {
+    return object == "/" || (object.starts_with('/') && !object.ends_with('/') &&
+                             object.find("//") == std::string::npos);
+}
+
 constexpr std::string_view fragment_prefix = "Fragment_";
 constexpr std::string_view slice_prefix = "Slice_";
 
@@ -320,6 +326,9 @@ bool K7Reader::State::enter(const std::string& wanted) {
     if (group_path == wanted && group >= 0) {
         return true;
     }
+    if (!isPath(wanted)) {
+        return false;
+    }
     Handle at(H5Gopen2(file, "/", H5P_DEFAULT), H5Gclose);
     for (std::size_t begin = 1; begin < wanted.size();) {
         const std::size_t end = std::min(wanted.find('/', begin), wanted.size());
@@ -336,10 +345,10 @@ bool K7Reader::State::enter(const std::string& wanted) {
 }
 
 K7Reader::Kind K7Reader::State::kindOf(const std::string& object) {
-    const std::size_t slash = object.rfind('/');
-    if (slash == std::string::npos || object.size() == 1) {
+    if (object == "/" || !isPath(object)) {
         return object == "/" ? Kind::group : Kind::none;
     }
+    const std::size_t slash = object.rfind('/');
     const std::string parent = slash == 0 ? "/" : object.substr(0, slash);
     return enter(parent) ? linkOf(group, object.substr(slash + 1)) : Kind::none;
 }
