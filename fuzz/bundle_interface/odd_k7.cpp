@@ -107,7 +107,7 @@ constexpr std::size_t type_kinds = 18;
 constexpr std::array<K7Type, sound_types> type_names = {K7Type::f64, K7Type::f32, K7Type::u16,
                                                         K7Type::u8};
 constexpr hsize_t huge = hsize_t{1} << 40U;
-constexpr hsize_t most_written = 400 * 400;
+constexpr hsize_t most_written = 20000;
 
 class Writer {
   public:
@@ -339,12 +339,41 @@ class Writer {
     }
 
     std::vector<hsize_t> make_shape() {
-        constexpr std::array<hsize_t, 8> lengths = {0, 1, 2, 5, 31, 400, 1U << 20U, huge};
+        constexpr std::array<hsize_t, 8> lengths = {0, 1, 2, 5, 31, 12000, 1U << 20U, huge};
         std::vector<hsize_t> shape(bytes_.below(8) == 0 ? bytes_.below(5) : 1 + bytes_.below(2));
         for (hsize_t& length : shape) {
             length = bytes_.pick(lengths);
         }
         return shape;
+    }
+
+    /// Some rows at a time, since the library takes some KiB for each chunk that a call writes.
+    static bool write_values(hid_t array, const std::vector<hsize_t>& shape, std::size_t values) {
+        std::vector<std::uint8_t> content(values);
+        for (std::size_t i = 0; i < values; ++i) {
+            content[i] = value(i);
+        }
+        const Id space(H5Dget_space(array));
+        if (values < 1000 || shape.size() > 2) {
+            return H5Dwrite(array, H5T_NATIVE_UINT8, space, space, H5P_DEFAULT, content.data()) >=
+                   0;
+        }
+        const hsize_t width = shape.size() < 2 ? 1 : shape[1];
+        for (hsize_t row = 0; row < shape[0];) {
+            const std::array<hsize_t, 2> start = {row, 0};
+            const std::array<hsize_t, 2> block = {
+                std::min(shape[0] - row, std::max<hsize_t>(1, 500 / width)), width};
+            H5Sselect_hyperslab(space, H5S_SELECT_SET, start.data(), nullptr, block.data(),
+                                nullptr);
+            const Id memory(
+                H5Screate_simple(static_cast<int>(shape.size()), block.data(), nullptr));
+            if (H5Dwrite(array, H5T_NATIVE_UINT8, memory, space, H5P_DEFAULT,
+                         content.data() + row * width) < 0) {
+                return false;
+            }
+            row += block[0];
+        }
+        return true;
     }
 
     void make_array(const Place& at) {
@@ -369,12 +398,7 @@ class Writer {
         if (kind >= sound_types || !layout.written || values > most_written) {
             return;
         }
-        std::vector<std::uint8_t> content(values);
-        for (std::size_t i = 0; i < values; ++i) {
-            content[i] = value(i);
-        }
-        const bool written =
-            H5Dwrite(array, H5T_NATIVE_UINT8, space, space, H5P_DEFAULT, content.data()) >= 0;
+        const bool written = write_values(array, shape, static_cast<std::size_t>(values));
         if (written && layout.sound && (shape.size() == 1 || shape.size() == 2)) {
             sound_.push_back({at.path(), type_names[kind], {shape.begin(), shape.end()}});
         }
