@@ -6,6 +6,7 @@
 
 #include "bundle_interface/skein/data_range.hpp"
 
+/// Diagrams on paper.
 namespace LoomPDF {
 
 /// One page with a diagram: title, two axes, and any number of series as thin lines, as vector

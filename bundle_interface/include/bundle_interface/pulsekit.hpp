@@ -5,6 +5,7 @@
 
 #include "bundle_interface/export.hpp"
 
+/// Calendar and clock.
 namespace PulseKit {
 
 /// Date and time at the start of a name, as in "190209_124210_Scanner_1.rxp": yymmdd_hhmmss, years

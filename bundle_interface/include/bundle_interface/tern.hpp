@@ -1,10 +1,12 @@
 #pragma once
 
+/// Charts, and what has a place in them.
 namespace Tern {
 
 /// Chart of three Cartesian coordinates.
 struct Cartesian3D {};
 
+/// Elements of fields with three components.
 namespace PhysicalSpace {
 
 /// Position in metres.

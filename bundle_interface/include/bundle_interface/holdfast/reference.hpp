@@ -9,6 +9,7 @@
 
 #include "bundle_interface/export.hpp"
 
+/// What all objects of the bundle data model share: references, memory, attributes, messages.
 namespace Holdfast {
 
 /// Process-wide source of the identifiers of references.

@@ -9,6 +9,7 @@
 #include "bundle_interface/skein/grid.hpp"
 #include "bundle_interface/skein/storage_transformations.hpp"
 
+/// The bundle data model: a file of slices, their grids, fields and fragments.
 namespace Skein {
 
 /// A file of slices.
