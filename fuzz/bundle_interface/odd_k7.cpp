@@ -304,6 +304,9 @@ class Writer {
         if (values > 1U << 17U) {
             layout.sound = layout.written = false;
         }
+        if (shape.size() == 2 && shape[1] / chunk[1] >= 1024) {
+            layout.sound = false; // too many in a row
+        }
     }
 
     Layout make_layout(const std::vector<hsize_t>& shape, hid_t type) {
