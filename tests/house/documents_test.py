@@ -3,6 +3,7 @@
 
   - docs/guarded-inputs.md names tests: cases and suites of the test framework, tests and functions of the scripts, fuzz
     targets, and paths
+  - docs/architecture.md names paths and identifiers of the sources
   - docs/troubleshooting.md quotes texts that the program says: parts between `...` stand in literals of one source. It lists
     every kind of loss and every exit code
 """
@@ -56,6 +57,16 @@ def missing_tests(document, tests):
     return missing, asked
 
 
+def missing_places(document, paths, sources):
+    """Code spans that are no path of the tree, from its root or from a library's folder, and no identifiers of the sources."""
+    def is_there(span):
+        if '/' in span or span.endswith(('.cpp', '.hpp', '.txt')) or '*' in span:
+            return any(fnmatch.fnmatch(p, '%s%s%s' % (front, span, behind))
+                       for p in paths for front in ('', '*/') for behind in ('', '/*'))
+        return all(re.search(r'\b%s\b' % word, sources) for word in re.findall(r'\w+', span))
+    return [span for span in re.findall(r'`([^`]+)`', document) if not is_there(span)]
+
+
 def literals(text):
     """The text's literals, those that stand beside each other as one."""
     text = re.sub(r'^\s*#.*|//.*', '', text, flags=re.M)
@@ -85,6 +96,13 @@ class Documents(unittest.TestCase):
         self.assertGreater(asked, 150)
         self.assertEqual(missing, [])
 
+    def test_architecture_names_what_is_there(self):
+        paths = list(files(['scanlib', 'bundle_interface', 'frontend', 'host'], ''))
+        sources = '\n'.join(read(p) for p in paths if p.endswith(('.cpp', '.hpp')))
+        document = read('docs', 'architecture.md')
+        self.assertGreater(document.count('`'), 100)
+        self.assertEqual(missing_places(document, paths, sources), [])
+
     def test_troubleshooting_quotes_what_the_program_says(self):
         sources = [literals(read(p)) for p in files(['host', 'frontend', 'bundle_interface', 'scanlib'], ('.cpp', '.hpp'))]
         texts = list(quoted_texts(read('docs', 'troubleshooting.md')))
@@ -109,6 +127,11 @@ class Check(unittest.TestCase):
     def test_finds_tests_that_do_not_exist(self):
         document = '| Input | Result | Test |\n|---|---|---|\n| a `b` | c | `Suite.Case`, `Gone`, `Suite.*`, `no/path`, `docs` |\n'
         self.assertEqual(missing_tests(document, {'Suite', 'Case', 'Suite.Case', 'docs'}), (['Gone', 'no/path'], 5))
+
+    def test_finds_places_that_are_not_there(self):
+        document = '`scanlib`, `a/b.*`, `b.cpp`, `a/b.*`, `c.cpp`, `x/y`, `known`, `known::gone`, `b*.cpp`'
+        self.assertEqual(missing_places(document, ['scanlib/a/b.cpp'], 'class known; scanlib'),
+                         ['c.cpp', 'x/y', 'known::gone'])
 
     def test_finds_texts_that_nothing_says(self):
         said = [literals('f("cannot \\"" + x + "\\": gone\\n" " for good"); // "never said"\n')]
