@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
@@ -14,6 +13,7 @@
 
 #include <hdf5.h>
 
+#include "k7_names.hpp"
 #include "storage_library.hpp"
 
 namespace Skein {
@@ -26,7 +26,6 @@ using storage::Handle;
 using storage::libraryMutex;
 using storage::Quiet;
 
-constexpr const char* chart_name = "StandardCartesianChart3D";
 constexpr std::uint64_t most_attribute_values = 1U << 20U;
 constexpr std::uint64_t largest_chunk_bytes = 1U << 26U;
 // The library takes some KiB for each chunk that one call reads from.
@@ -238,61 +237,7 @@ std::uint64_t checkStorage(hid_t dataset, const std::vector<hsize_t>& shape,
     return layout == H5D_CHUNKED ? checkChunks(dataset, creation, shape, element_bytes) : all_rows;
 }
 
-/// The number of a name "<prefix>_<number>", as it is written and in no other way.
-std::optional<std::uint32_t> numberOf(std::string_view name, std::string_view prefix) {
-    if (!name.starts_with(prefix)) {
-        return std::nullopt;
-    }
-    name.remove_prefix(prefix.size());
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-    const bool whole = error == std::errc() && end == name.data() + name.size();
-    return whole && (name.size() == 1 || name.front() != '0') ? std::optional(number)
-                                                              : std::nullopt;
-}
-
-/// True for paths from the root on, each name of which has a letter.
-bool isPath(const std::string& object) {
-    return object == "/" || (object.starts_with('/') && !object.ends_with('/') &&
-                             object.find("//") == std::string::npos);
-}
-
-constexpr std::string_view fragment_prefix = "Fragment_";
-constexpr std::string_view slice_prefix = "Slice_";
-
-std::string placeText(const std::string& file, const std::string& object,
-                      const std::string& cause) {
-    return "K7: cannot read " + file + (object.empty() ? "" : ": " + object) + ": " + cause;
-}
-
 } // namespace
-
-K7ReadError::K7ReadError(const std::string& file, std::string object, std::string cause)
-    : std::runtime_error(placeText(file, object, cause))
-    , object_(std::move(object))
-    , cause_(std::move(cause)) {}
-
-const char* nameOf(K7Type type) noexcept {
-    switch (type) {
-    case K7Type::f64:
-        return "f64";
-    case K7Type::f32:
-        return "f32";
-    case K7Type::i32:
-        return "i32";
-    case K7Type::u32:
-        return "u32";
-    case K7Type::u16:
-        return "u16";
-    case K7Type::u8:
-        return "u8";
-    case K7Type::text:
-        return "text";
-    case K7Type::other:
-        break;
-    }
-    return "another type";
-}
 
 struct K7Reader::State {
     std::string path;
@@ -335,7 +280,7 @@ bool K7Reader::State::enter(const std::string& wanted) {
     if (group_path == wanted && group >= 0) {
         return true;
     }
-    if (!isPath(wanted)) {
+    if (!k7::isPath(wanted)) {
         return false;
     }
     Handle at(H5Gopen2(file, "/", H5P_DEFAULT), H5Gclose);
@@ -354,7 +299,7 @@ bool K7Reader::State::enter(const std::string& wanted) {
 }
 
 K7Reader::Kind K7Reader::State::kindOf(const std::string& object) {
-    if (object == "/" || !isPath(object)) {
+    if (object == "/" || !k7::isPath(object)) {
         return object == "/" ? Kind::group : Kind::none;
     }
     const std::size_t slash = object.rfind('/');
@@ -431,14 +376,14 @@ std::vector<std::string> K7Reader::members(const std::string& group) const {
 std::vector<std::string> K7Reader::slices() const {
     std::vector<std::uint32_t> numbers;
     for (const std::string& name : members("/")) {
-        if (const auto number = numberOf(name, slice_prefix)) {
+        if (const auto number = k7::sliceNumber(name)) {
             numbers.push_back(*number);
         }
     }
     std::sort(numbers.begin(), numbers.end());
     std::vector<std::string> paths;
     for (const std::uint32_t number : numbers) {
-        paths.push_back(std::string("/").append(slice_prefix).append(std::to_string(number)));
+        paths.push_back(k7::slicePath(number));
     }
     return paths;
 }
@@ -460,7 +405,7 @@ std::vector<std::string> K7Reader::fields(const std::string& grid) const {
 K7Reader::Fragments K7Reader::fragments(const std::string& field) const {
     Fragments found;
     for (const std::string& name : members(field)) {
-        if (const auto number = numberOf(name, fragment_prefix)) {
+        if (const auto number = k7::fragmentNumber(name)) {
             found.numbers.push_back(*number);
         } else {
             found.others.push_back(name);
@@ -483,14 +428,6 @@ std::optional<K7Attribute> K7Reader::attribute(const std::string& object,
             throw Failure{"attribute " + name + ": " + f.cause};
         }
     });
-}
-
-std::string K7Reader::chartOf(const std::string& grid) {
-    return grid + "/" + chart_name;
-}
-
-std::string K7Reader::fragmentPath(const std::string& field, std::uint32_t number) {
-    return (field + "/").append(fragment_prefix).append(std::to_string(number));
 }
 
 struct K7Array::State {
