@@ -1,5 +1,6 @@
 #include "verify_file.hpp"
 
+#include "verify_columns.hpp"
 #include "verify_layout.hpp"
 #include "verify_values.hpp"
 
@@ -25,8 +26,8 @@ std::string quoted(std::string_view text) {
 /// One run over a file.
 class file_check {
   public:
-    file_check(const K7Reader& file, k7_findings& findings, k7_counts& counts)
-        : file_(file), findings_(findings), counts_(counts) {}
+    file_check(const K7Reader& file, bool complete, k7_findings& findings, k7_counts& counts)
+        : file_(file), complete_(complete), findings_(findings), counts_(counts) {}
 
     void run() {
         attempt("/", [&] { check_root(); });
@@ -158,6 +159,7 @@ class file_check {
             attempt(at, [&] { check_field(at, column, fields); });
         }
         check_fragments(grid, fields);
+        check_columns(path, fields);
     }
 
     /// Either none of them, or all that are required.
@@ -193,6 +195,8 @@ class file_check {
         const k7_column* column;
         std::string path;
         std::vector<std::uint32_t> numbers;
+        column_source whole;
+        bool sound = true; // all its fragments are as they should be
     };
 
     void check_field(const std::string& path, const k7_column& column, std::vector<field>& to) {
@@ -212,10 +216,10 @@ class file_check {
                 findings_.add(path, "attribute \"LeapSecondsAdded?\" has not one value");
             }
         }
-        to.push_back({&column, path, std::move(found.numbers)});
+        to.push_back({&column, path, std::move(found.numbers), {&column, {}, 0, 0}});
     }
 
-    void check_fragments(const k7_grid& grid, const std::vector<field>& fields) {
+    void check_fragments(const k7_grid& grid, std::vector<field>& fields) {
         std::set<std::uint32_t> all;
         for (const field& f : fields) {
             all.insert(f.numbers.begin(), f.numbers.end());
@@ -227,17 +231,19 @@ class file_check {
         }
     }
 
-    void check_fragment(const k7_grid& grid, const std::vector<field>& fields, std::uint32_t number,
+    void check_fragment(const k7_grid& grid, std::vector<field>& fields, std::uint32_t number,
                         value_check& values) {
         std::vector<Skein::K7Array> arrays;
         arrays.reserve(fields.size()); // parts point into it
         std::vector<value_check::part> parts;
         std::optional<std::uint64_t> rows;
         std::string rows_of;
-        for (const field& f : fields) {
+        for (field& f : fields) {
             const std::string path = K7Reader::fragmentPath(f.path, number);
+            const std::uint64_t findings_before = findings_.count();
             if (!std::binary_search(f.numbers.begin(), f.numbers.end(), number)) {
                 findings_.add(path, "the fragment is missing, other columns have it");
+                f.sound = false;
                 continue;
             }
             attempt(path, [&] {
@@ -250,10 +256,12 @@ class file_check {
                                             quoted(rows_of) + " has " + std::to_string(*rows));
                 }
                 if (fits(path, array, *f.column)) {
+                    note_rows(f.whole, path, array);
                     arrays.push_back(std::move(array));
                     parts.push_back({f.column, path, &arrays.back()});
                 }
             });
+            f.sound = f.sound && findings_.count() == findings_before;
         }
         if (rows && *rows == 0) {
             findings_.add(K7Reader::fragmentPath(fields.front().path, number),
@@ -261,6 +269,25 @@ class file_check {
         }
         count_rows(grid, rows.value_or(0));
         values.look_at(parts);
+    }
+
+    static void note_rows(column_source& to, const std::string& path, const Skein::K7Array& array) {
+        if (array.rows() != 0 && array.width() != 0) {
+            to.fragments.push_back({path, to.rows, array.rows(), array.width()});
+        }
+        to.rows += array.rows();
+        to.widest = std::max(to.widest, array.width());
+    }
+
+    /// Columns over fragments that are wrong themselves would only say so again.
+    void check_columns(const std::string& grid, std::vector<field>& fields) {
+        std::vector<column_source> sources;
+        for (field& f : fields) {
+            if (f.sound) {
+                sources.push_back(std::move(f.whole));
+            }
+        }
+        verify_columns(file_, grid, sources, complete_, findings_);
     }
 
     bool fits(const std::string& path, const Skein::K7Array& array, const k7_column& column) {
@@ -290,6 +317,7 @@ class file_check {
     }
 
     const K7Reader& file_;
+    const bool complete_;
     k7_findings& findings_;
     k7_counts& counts_;
     std::set<std::uint32_t> numbers_;
@@ -299,10 +327,11 @@ class file_check {
 
 void verify_k7_file(const std::string& path, k7_findings& findings, k7_counts& counts) {
     const K7Reader file(path);
-    if (path.ends_with(".part")) {
+    const bool complete = !path.ends_with(".part");
+    if (!complete) {
         findings.add("/", "the file is not complete: its name still ends with .part");
     }
-    file_check(file, findings, counts).run();
+    file_check(file, complete, findings, counts).run();
 }
 
 } // namespace host

@@ -180,7 +180,26 @@ bool CommitFile::read(std::uint64_t at, void* bytes, std::size_t count) {
     return true;
 }
 
-bool CommitFile::writeHeld(std::uint64_t from, std::uint64_t to) {
+bool CommitFile::isInPlace(std::uint64_t at) const {
+    const auto after = structure_.upper_bound(at);
+    return at < committed_ && after != structure_.begin() && std::prev(after)->second > at;
+}
+
+void CommitFile::noteStructure(std::uint64_t from, std::uint64_t to) {
+    auto next = structure_.upper_bound(from);
+    if (next != structure_.begin() && std::prev(next)->second >= from) {
+        --next;
+        from = next->first;
+    }
+    while (next != structure_.end() && next->first <= to) {
+        to = std::max(to, next->second);
+        next = structure_.erase(next);
+    }
+    structure_.emplace_hint(next, from, to);
+}
+
+template<class Wanted>
+bool CommitFile::writeHeld(std::uint64_t from, std::uint64_t to, Wanted wanted) {
     auto it = held_.upper_bound(from);
     if (it != held_.begin()) {
         --it;
@@ -188,8 +207,9 @@ bool CommitFile::writeHeld(std::uint64_t from, std::uint64_t to) {
     for (; it != held_.end() && it->first < to; ++it) {
         const std::uint64_t first = std::max(from, it->first);
         const std::uint64_t stop = std::min(to, it->first + it->second.size());
-        if (first < stop && !behind_.write(first, it->second.data() + (first - it->first),
-                                           static_cast<std::size_t>(stop - first))) {
+        if (first < stop && wanted(first) &&
+            !behind_.write(first, it->second.data() + (first - it->first),
+                           static_cast<std::size_t>(stop - first))) {
             return false;
         }
     }
@@ -202,12 +222,17 @@ bool CommitFile::commit() {
         return true;
     }
     constexpr std::uint64_t beyond = std::numeric_limits<std::uint64_t>::max();
-    const std::uint64_t in_place = std::max(committed_, head_size);
+    const auto in_place = [this](std::uint64_t at) { return isInPlace(at); };
+    const auto fresh = [this](std::uint64_t at) { return !isInPlace(at); };
+    const auto any = [](std::uint64_t) { return true; };
     // The size grows before the head names it and shrinks only after.
-    if ((end > committed_ && !behind_.resize(end)) || !writeHeld(in_place, beyond) ||
-        !writeHeld(0, head_size) || !writeHeld(head_size, in_place) ||
+    if ((end > committed_ && !behind_.resize(end)) || !writeHeld(head_size, beyond, fresh) ||
+        !writeHeld(0, head_size, any) || !writeHeld(head_size, beyond, in_place) ||
         (end < committed_ && !behind_.resize(end)) || !behind_.mark(end)) {
         return false;
+    }
+    for (const auto& [at, bytes] : held_) {
+        noteStructure(at, at + bytes.size());
     }
     held_.clear();
     allocated_ += end != committed_ ? 1 : 0;

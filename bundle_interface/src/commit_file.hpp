@@ -17,7 +17,8 @@ namespace Skein {
 /// Column data go to the file as they come; they always lie in space that no committed structure
 /// refers to. Structure is held back until commit(), which writes it in an order that is safe
 /// against the end of the process between any two writes:
-///   1. structure in space beyond the committed end: nothing refers to it yet;
+///   1. structure in space beyond the committed end, and in space below it that never had any, as
+///   the storage library finds between its pieces: nothing refers to it yet;
 ///   2. the head of the file, which names the file's new end;
 ///   3. structure changed in place: each piece is one write, and refers only to what steps 1 and 2
 ///   made.
@@ -79,8 +80,12 @@ class CommitFile {
 
     bool fail(const char* action, int cause);
     bool nameFile();
-    /// Writes the part of the held structure that lies in [from, to).
-    bool writeHeld(std::uint64_t from, std::uint64_t to);
+    /// Whether a piece of structure changes one that was committed.
+    bool isInPlace(std::uint64_t at) const;
+    /// Writes the part of the held structure that lies in [from, to) and meets `wanted(place)`.
+    template<class Wanted>
+    bool writeHeld(std::uint64_t from, std::uint64_t to, Wanted wanted);
+    void noteStructure(std::uint64_t from, std::uint64_t to);
     void cutHeld(std::uint64_t from, std::uint64_t to);
 
     const std::string path_;
@@ -89,7 +94,8 @@ class CommitFile {
     WriteBehind behind_;
     const void* offered_ = nullptr;
     std::shared_ptr<Holdfast::Loan> offer_;
-    std::map<std::uint64_t, Bytes> held_; // disjoint
+    std::map<std::uint64_t, Bytes> held_;              // disjoint
+    std::map<std::uint64_t, std::uint64_t> structure_; // committed; from each key to its value
     std::uint64_t allocated_ = 0;
     std::uint64_t end_ = 0;
     std::uint64_t committed_ = 0;

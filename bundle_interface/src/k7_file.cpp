@@ -16,49 +16,12 @@
 #include <hdf5.h>
 
 #include "array_storage.hpp"
+#include "bundle_interface/holdfast/console.hpp"
 #include "commit_file.hpp"
+#include "k7_columns.hpp"
 #include "storage_library.hpp"
 
 namespace Skein {
-
-namespace storage {
-
-static_assert(std::is_same_v<Identifier, hid_t> && std::is_same_v<Status, herr_t>);
-
-std::mutex& libraryMutex() {
-    static std::mutex mutex;
-    // Files that a full disk left half closed must not be closed at exit.
-    [[maybe_unused]] static const herr_t no_exit_handler = H5dont_atexit();
-    return mutex;
-}
-
-Quiet::Quiet() {
-    H5Eget_auto2(H5E_DEFAULT, &function_, &data_);
-    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
-}
-
-Quiet::~Quiet() {
-    H5Eset_auto2(H5E_DEFAULT, function_, data_);
-}
-
-extern "C" {
-static herr_t keepInnermost(unsigned, const H5E_error2_t* entry, void* text) {
-    try {
-        *static_cast<std::string*>(text) = entry->desc != nullptr ? entry->desc : "";
-    } catch (...) {
-        return -1;
-    }
-    return 0;
-}
-}
-
-void failFromStack() {
-    std::string text;
-    H5Ewalk2(H5E_DEFAULT, H5E_WALK_DOWNWARD, keepInnermost, &text);
-    throw Failure{text.empty() ? "unknown failure of the storage library" : text};
-}
-
-} // namespace storage
 
 namespace {
 
@@ -67,6 +30,9 @@ using storage::Failure;
 using storage::Handle;
 using storage::libraryMutex;
 using storage::Quiet;
+using storage::setAttribute;
+using storage::TypePair;
+using storage::typesOf;
 
 constexpr const char* format_name = "K7";
 constexpr const char* creator = "rxp2k7";
@@ -182,25 +148,7 @@ const H5FD_class_t& mediumClass() {
     return instance;
 }
 
-// Types and property lists.
-
-struct TypePair {
-    hid_t file;
-    hid_t memory;
-};
-
-TypePair typesOf(const std::type_info& number) {
-    const std::pair<const std::type_info&, TypePair> known[] = {
-        {typeid(double), {H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE}},
-        {typeid(float), {H5T_IEEE_F32LE, H5T_NATIVE_FLOAT}},
-        {typeid(std::int32_t), {H5T_STD_I32LE, H5T_NATIVE_INT32}},
-        {typeid(std::uint32_t), {H5T_STD_U32LE, H5T_NATIVE_UINT32}},
-        {typeid(std::uint16_t), {H5T_STD_U16LE, H5T_NATIVE_UINT16}},
-    };
-    const auto* found = std::find_if(std::begin(known), std::end(known),
-                                     [&](const auto& k) { return k.first == number; });
-    return found == std::end(known) ? TypePair{H5T_STD_U8LE, H5T_NATIVE_UCHAR} : found->second;
-}
+// Property lists.
 
 /// The registered driver. Stays registered: the library calls it even after it gave up its own
 /// reference. Registered anew if the library was shut down and started again since.
@@ -261,35 +209,6 @@ Handle groupAt(hid_t file, const std::string& path) {
     return Handle(H5Oopen(file, path.c_str(), H5P_DEFAULT), H5Oclose);
 }
 
-/// Whether the attribute has that type and shape already, so that its value can be replaced in
-/// place.
-bool fits(hid_t attribute, hid_t type, hid_t space) {
-    const Handle present_type(H5Aget_type(attribute), H5Tclose);
-    const Handle present_space(H5Aget_space(attribute), H5Sclose);
-    return check(H5Tequal(present_type, type)) > 0 &&
-           check(H5Sextent_equal(present_space, space)) > 0;
-}
-
-void setAttribute(hid_t object, const std::string& name, TypePair types, hid_t space,
-                  const void* value) {
-    Handle attribute;
-    if (check(H5Aexists(object, name.c_str())) > 0) {
-        attribute = Handle(H5Aopen(object, name.c_str(), H5P_DEFAULT), H5Aclose);
-        if (!fits(attribute, types.file, space)) {
-            attribute.close();
-            check(H5Adelete(object, name.c_str()));
-            attribute = Handle();
-        }
-    }
-    if (attribute < 0) {
-        attribute =
-            Handle(H5Acreate2(object, name.c_str(), types.file, space, H5P_DEFAULT, H5P_DEFAULT),
-                   H5Aclose);
-    }
-    check(H5Awrite(attribute, types.memory, value));
-    attribute.close();
-}
-
 /// A column that the file need not copy while it is written.
 class LentColumn {
   public:
@@ -316,6 +235,7 @@ struct K7File::State {
     Handle field_creation; // groups with many members
     ArrayStorage storage;
     std::map<std::string, unsigned> header_pieces; // of each field
+    K7Columns columns;
     bool write_behind = false;
     std::string failure;
     bool finished = false;
@@ -326,6 +246,7 @@ struct K7File::State {
     void fail(const std::string& action, const std::string& cause);
     void create();
     void flush();
+    void addColumns();
     Handle datasetCreation(const MemBase& array, const std::vector<hsize_t>& shape) const;
     void closeLibraryFile() noexcept;
     void removePart() noexcept;
@@ -375,6 +296,31 @@ void K7File::State::flush() {
     check(H5Fflush(file, H5F_SCOPE_GLOBAL));
     if (!medium->error().empty()) {
         throw Failure{medium->error()};
+    }
+}
+
+/// The fragments are safe by now. What the columns add goes the same way as a fragment, so that an
+/// end of the process leaves either. A file that the library gives no columns is whole without
+/// them; a disk that cannot take them has failed.
+void K7File::State::addColumns() {
+    flush();
+    if (!medium->settle()) {
+        throw Failure{medium->error()};
+    }
+    try {
+        // Virtual datasets are younger than all else in the file.
+        check(H5Fset_libver_bounds(file, H5F_LIBVER_V18, H5F_LIBVER_LATEST));
+        columns.write(file);
+        flush();
+        if (!medium->settle()) {
+            throw Failure{medium->error()};
+        }
+    } catch (const Failure& f) {
+        if (!medium->settle()) {
+            throw;
+        }
+        medium->rollBack();
+        Holdfast::Console() << "K7: " + path + " gets no columns over its fragments: " + f.cause;
     }
 }
 
@@ -472,15 +418,8 @@ void K7File::setScalar(const std::string& path, const std::string& name, const S
 }
 
 void K7File::setText(const std::string& path, const std::string& name, const std::string& text) {
-    state_->perform("set attribute " + name + " of " + path, [&] {
-        const Handle group = groupAt(state_->file, path);
-        const Handle type(H5Tcopy(H5T_C_S1), H5Tclose);
-        check(H5Tset_size(type, H5T_VARIABLE));
-        check(H5Tset_cset(type, H5T_CSET_UTF8));
-        const Handle space(H5Screate(H5S_SCALAR), H5Sclose);
-        const char* value = text.c_str();
-        setAttribute(group, name, {type, type}, space, &value);
-    });
+    state_->perform("set attribute " + name + " of " + path,
+                    [&] { storage::setText(groupAt(state_->file, path), name, text); });
 }
 
 void K7File::setArray(const std::string& path, const std::string& name,
@@ -518,7 +457,19 @@ void K7File::store(const std::string& path, const std::string& name, const MemBa
             check(H5Dwrite(dataset, types.memory, H5S_ALL, H5S_ALL, H5P_DEFAULT, array.raw()));
         }
         dataset.close();
+        s.columns.addFragment(path, name, array);
     });
+}
+
+void K7File::addColumn(const std::string& path, const std::string& units,
+                       const std::string& long_name) {
+    const std::lock_guard lock(libraryMutex());
+    state_->columns.addField(path, units, long_name);
+}
+
+void K7File::describeColumn(const std::string& path, const MemBase& array) {
+    const std::lock_guard lock(libraryMutex());
+    state_->columns.describe(path, array);
 }
 
 void K7File::flush() {
@@ -538,7 +489,7 @@ void K7File::finish() {
         return;
     }
     s.perform("finish the bundle", [&] {
-        s.flush();
+        s.addColumns();
         s.group_creation.close();
         s.field_creation.close();
         s.file.close();

@@ -45,12 +45,19 @@ class K7File {
                   const Holdfast::ChunkBase& values);
     /// Stores the array as the dataset `name` of a group, from the array's own memory.
     void store(const std::string& path, const std::string& name, const MemBase& array);
+    /// Has the finished file offer what is stored in the group `path`, a member of a member of a
+    /// grid, as one column of the grid. Without describeColumn it will not; that tells what the
+    /// arrays are, and counts also if none comes.
+    void addColumn(const std::string& path, const std::string& units, const std::string& long_name);
+    void describeColumn(const std::string& path, const MemBase& array);
 
     /// Makes all of the above safe against the end of the process; with write-behind begins to.
     void flush();
     /// Waits until all that was stored and flushed has reached the file.
     void settle();
-    /// Flushes, closes and gives the file its name. Does nothing after success or after abandon.
+    /// Flushes, adds the columns, closes and gives the file its name. Columns that the storage
+    /// library refuses are told on the console, and the file is finished without any. Does nothing
+    /// after success or after abandon.
     void finish();
     /// Closes without finishing; the .part stays as the last flush left it.
     void abandon() noexcept;

@@ -13,6 +13,7 @@
 
 #include <hdf5.h>
 
+#include "k7_columns.hpp"
 #include "k7_names.hpp"
 #include "storage_library.hpp"
 
@@ -212,15 +213,22 @@ std::uint64_t checkChunks(hid_t dataset, hid_t creation, const std::vector<hsize
     return product(chunk[0], most_chunks_at_once / std::max<std::uint64_t>(in_a_row, 1));
 }
 
-/// Throws where the file cannot hold what the array says it has. Gives the rows that one call may
-/// read.
-std::uint64_t checkStorage(hid_t dataset, const std::vector<hsize_t>& shape,
-                           std::uint64_t element_bytes, std::uint64_t file_bytes) {
-    const Handle creation(H5Dget_create_plist(dataset), H5Pclose);
-    const H5D_layout_t layout = check(H5Pget_layout(creation));
-    if (layout == H5D_VIRTUAL || check(H5Pget_external_count(creation)) != 0) {
+/// The array's creation list. Throws where its values are not its own, before the library would
+/// open the files that have them.
+Handle ownStorage(hid_t dataset) {
+    Handle creation(H5Dget_create_plist(dataset), H5Pclose);
+    if (check(H5Pget_layout(creation)) == H5D_VIRTUAL ||
+        check(H5Pget_external_count(creation)) != 0) {
         throw Failure{"its values are stored elsewhere"};
     }
+    return creation;
+}
+
+/// Throws where the file cannot hold what the array says it has. Gives the rows that one call may
+/// read.
+std::uint64_t checkStorage(hid_t dataset, hid_t creation, const std::vector<hsize_t>& shape,
+                           std::uint64_t element_bytes, std::uint64_t file_bytes) {
+    const H5D_layout_t layout = check(H5Pget_layout(creation));
     checkFilters(creation);
     const std::uint64_t bytes = productOf(shape, element_bytes);
     const std::uint64_t room =
@@ -458,6 +466,7 @@ K7Array K7Reader::open(const std::string& array) const {
             throw Failure{"it is not an array"};
         }
         s->dataset = state_->openAny(array);
+        const Handle creation = ownStorage(s->dataset);
         const Handle type(H5Dget_type(s->dataset), H5Tclose);
         const Handle space(H5Dget_space(s->dataset), H5Sclose);
         s->type = typeOf(type);
@@ -466,10 +475,27 @@ K7Array K7Reader::open(const std::string& array) const {
         if (shape.empty() || shape.size() > 2) {
             throw Failure{"it has " + std::to_string(shape.size()) + " dimensions"};
         }
-        s->rows_at_once = checkStorage(s->dataset, shape, s->element_bytes, state_->size);
+        s->rows_at_once = checkStorage(s->dataset, creation, shape, s->element_bytes, state_->size);
         s->shape.assign(shape.begin(), shape.end());
     });
     return K7Array(std::move(s));
+}
+
+K7Column K7Reader::column(const std::string& path) const {
+    return perform(state_->path, path, [&] {
+        const Handle dataset = state_->openAny(path);
+        const Handle creation(H5Dget_create_plist(dataset), H5Pclose);
+        K7Column column;
+        if (check(H5Pget_layout(creation)) == H5D_VIRTUAL) {
+            column.pieces = piecesOf(creation);
+        }
+        const Handle type(H5Dget_type(dataset), H5Tclose);
+        const Handle space(H5Dget_space(dataset), H5Sclose);
+        const std::vector<hsize_t> shape = extentOf(space);
+        column.type = typeOf(type);
+        column.shape.assign(shape.begin(), shape.end());
+        return column;
+    });
 }
 
 K7Array::K7Array(std::unique_ptr<State> state) noexcept : state_(std::move(state)) {}

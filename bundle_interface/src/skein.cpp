@@ -32,23 +32,32 @@ class GroupAttributes : public Holdfast::AttributeStore {
     std::string path_;
 };
 
-std::string unitsOf(std::string_view field) {
-    struct Unit {
-        std::string_view field;
-        const char* unit;
-    };
-    constexpr std::array<Unit, 6> units = {{{"GPSTime", "s"},
-                                            {"SBL_Time", "s"},
-                                            {"Range", "m"},
-                                            {"Positions", "m"},
-                                            {"Amplitude", "dB"},
-                                            {"Reflectance", "dB"}}};
-    for (const Unit& u : units) {
-        if (u.field == field) {
-            return u.unit;
+struct FieldText {
+    std::string_view field;
+    const char* unit;
+    const char* long_name;
+};
+
+/// Unit and description of a field.
+FieldText textsOf(std::string_view field) {
+    constexpr std::array<FieldText, 10> known = {{
+        {"GPSTime", "s", "time of the shot"},
+        {"Waveforms.DirectionDelta", "1", "direction of the beam"},
+        {"Positions", "m", "origin of the beam, zeros where it is not told"},
+        {"Range", "m", "distance from the origin along the beam"},
+        {"Amplitude", "dB", "amplitude of the echo"},
+        {"Reflectance", "dB", "reflectance of the target"},
+        {"Channel", "1", "number of the channel"},
+        {"FWFLength", "1", "number of samples of the waveform"},
+        {"Waveforms", "1", "samples of the waveform, zeros behind its length"},
+        {"SBL_Time", "s", "time of the first sample, relative to the shot"},
+    }};
+    for (const FieldText& texts : known) {
+        if (texts.field == field) {
+            return texts;
         }
     }
-    return "1";
+    return {field, "1", ""};
 }
 
 } // namespace
@@ -88,15 +97,19 @@ Field::Field(std::shared_ptr<K7File> file, std::string path, std::string name)
     , path_(std::move(path))
     , name_(std::move(name)) {
     file_->makeGroup(path_, K7File::Members::many);
-    file_->setText(path_, "units", unitsOf(name_));
+    const FieldText texts = textsOf(name_);
+    file_->setText(path_, "units", texts.unit);
+    file_->addColumn(path_, texts.unit, *texts.long_name == '\0' ? name_ : texts.long_name);
 }
 
-void Field::describe(const ElementDescription& element) {
+void Field::describe(const MemBase& array) {
     if (described_) {
         return;
     }
+    const ElementDescription element = array.element();
     file_->setText(path_, "Element", element.name);
     file_->setScalar(path_, "Components", static_cast<std::uint32_t>(element.components));
+    file_->describeColumn(path_, array);
     described_ = true;
 }
 
@@ -107,7 +120,7 @@ Holdfast::StrongPtr<FragmentID> Field::makeFragmentID(const std::string& fragmen
 void Field::setPersistentData(const Holdfast::StrongPtr<MemBase>& array,
                               const Holdfast::StrongPtr<FragmentID>& id,
                               const Holdfast::StrongPtr<Holdfast::Cache>&, const std::string&) {
-    describe(array->element());
+    describe(*array);
     file_->store(path_, id->name, *array);
 }
 
@@ -132,7 +145,7 @@ FieldProxy Representation::makeField(const Holdfast::WeakPtr<FieldID>& id,
             new Field(file_, memberPath(path_, known->name), known->name));
     }
     if (array.available()) {
-        field->describe(array->element());
+        field->describe(*array);
     }
     return FieldProxy(field);
 }

@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <typeinfo>
 #include <utility>
 
-/// What the writer and the reader of K7 files share of the storage library. Its header is left to
-/// those two; k7_file.cpp, where the functions stand, asserts that the types here are the
-/// library's.
+/// What the writers and the reader of K7 files share of the storage library. Its header is left to
+/// their sources; storage_library.cpp asserts that the types here are the library's.
 namespace Skein::storage {
 
 using Identifier = std::int64_t;
@@ -72,5 +72,21 @@ class Handle {
     Identifier id_ = none;
     Closer closer_ = nullptr;
 };
+
+/// A number's type in files and in memory. Not owned.
+struct TypePair {
+    Identifier file;
+    Identifier memory;
+};
+
+TypePair typesOf(const std::type_info& number);
+
+/// The type of texts: UTF-8 of any length.
+Handle textType();
+
+/// Sets or replaces an attribute of an object.
+void setAttribute(Identifier object, const std::string& name, TypePair types, Identifier space,
+                  const void* value);
+void setText(Identifier object, const std::string& name, const std::string& text);
 
 } // namespace Skein::storage

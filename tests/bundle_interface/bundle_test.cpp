@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -7,38 +6,19 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include "bundle_builder.hpp"
 #include "bundle_interface/holdfast/console.hpp"
+#include "bundle_interface/k7_reader.hpp"
+#include "support/file_size_limit.hpp"
 
 namespace {
 
 using namespace bundle_test;
+using test_support::file_size_limit;
 using testing::HasSubstr;
 using testing::Not;
-
-/// Limits the size of files that this process writes, as a full disk does.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t bytes) : old_signal_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &old_);
-        rlimit limit = old_;
-        limit.rlim_cur = bytes;
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &old_);
-        std::signal(SIGXFSZ, old_signal_);
-    }
-
-  private:
-    rlimit old_ = {};
-    void (*old_signal_)(int);
-};
 
 class BundleFile : public testing::Test {
   protected:
@@ -76,6 +56,7 @@ class BundleFile : public testing::Test {
     std::filesystem::path folder_;
     std::filesystem::path path_;
     std::filesystem::path part_;
+    const std::string times_ = "/Slice_0/Shots/StandardCartesianChart3D/GPSTime";
     std::vector<std::string> said_;
 };
 
@@ -147,7 +128,7 @@ TEST_F(BundleFile, DirectoryInItsPlaceIsToldWhenBound) {
 }
 
 TEST_F(BundleFile, FullDiskEndsTheStoreWithActionPathAndCause) {
-    const FileSizeLimit limit(200000);
+    const file_size_limit limit(200000);
     const auto bundle = bound();
     const auto field = field_of(shots_of(*bundle), "GPSTime");
     store(field, 0, counting(10000));
@@ -167,7 +148,7 @@ TEST_F(BundleFile, AfterAFailedStoreEachOperationTellsItAgainAndThePartStays) {
         const auto bundle = bound();
         const auto field = field_of(shots_of(*bundle), "GPSTime");
         {
-            const FileSizeLimit limit(100000);
+            const file_size_limit limit(100000);
             text = text_of([&] { store(field, 0, counting(100000)); });
         }
         ASSERT_FALSE(text.empty());
@@ -187,10 +168,41 @@ TEST_F(BundleFile, FullDiskAtTheFlushKeepsTheLastFlushedState) {
     const std::string before = bytes_of(part_);
     store(field, 0, counting(1));
     {
-        const FileSizeLimit limit(before.size() + 8);
+        const file_size_limit limit(before.size() + 8);
         EXPECT_THAT(text_of([&] { bundle->flush(); }), HasSubstr("File too large"));
     }
     EXPECT_EQ(bytes_of(part_), before);
+}
+
+TEST_F(BundleFile, FullDiskAtTheColumnsLeavesThePartWithEveryFragment) {
+    const auto bundle = bound();
+    const auto field = field_of(shots_of(*bundle), "GPSTime");
+    store(field, 0, counting(10));
+    bundle->flush();
+    {
+        const file_size_limit limit(std::filesystem::file_size(part_) + 8);
+        EXPECT_THAT(text_of([&] { bundle->finish(); }), HasSubstr("File too large"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    const Skein::K7Reader file(part_);
+    EXPECT_EQ(file.open(times_ + "/Fragment_0").rows(), 10U);
+    EXPECT_EQ(file.kindOf("/Slice_0/Shots/GPSTime"), Skein::K7Reader::Kind::none);
+}
+
+TEST_F(BundleFile, ColumnWhoseNameIsTakenLeavesAWholeFileWithoutColumnsAndIsTold) {
+    {
+        const auto bundle = bound();
+        const auto grid = shots_of(*bundle);
+        store(field_of(grid, "GPSTime"), 0, counting(10));
+        store(field_of(grid, "StandardCartesianChart3D"), 0, counting(10));
+    }
+    ASSERT_THAT(said_, testing::SizeIs(1));
+    EXPECT_THAT(said_.front(), HasSubstr(path_.string() + " gets no columns"));
+    EXPECT_THAT(said_.front(), HasSubstr("already exists"));
+    EXPECT_FALSE(std::filesystem::exists(part_));
+    const Skein::K7Reader file(path_);
+    EXPECT_EQ(file.open(times_ + "/Fragment_0").rows(), 10U);
+    EXPECT_THAT(file.members("/Slice_0/Shots"), testing::ElementsAre("StandardCartesianChart3D"));
 }
 
 TEST_F(BundleFile, AbandonedFileStaysAsItsLastFlushLeftIt) {
@@ -237,7 +249,7 @@ TEST_F(BundleFile, DiscardAfterAFailedStoreRemovesThePart) {
     const auto bundle = bound();
     const auto field = field_of(shots_of(*bundle), "GPSTime");
     {
-        const FileSizeLimit limit(100000);
+        const file_size_limit limit(100000);
         EXPECT_FALSE(text_of([&] { store(field, 0, counting(100000)); }).empty());
     }
     bundle->discard();
@@ -246,7 +258,7 @@ TEST_F(BundleFile, DiscardAfterAFailedStoreRemovesThePart) {
 }
 
 TEST_F(BundleFile, FileThatFailsWhileItIsMadeLeavesNoPartAndNoNoise) {
-    const FileSizeLimit limit(100);
+    const file_size_limit limit(100);
     testing::internal::CaptureStderr();
     EXPECT_THAT(text_of([&] { bound(); }), HasSubstr("File too large"));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

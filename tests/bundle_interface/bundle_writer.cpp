@@ -2,6 +2,8 @@
 //   bundle_writer sample PATH [plain|deflate]   one of every kind of array and attribute
 //   bundle_writer endless PATH ROWS             fragments until killed; prints each number once it
 //   is flushed
+//   bundle_writer finish PATH ROWS COUNT        that many fragments; prints a line before the
+//   finish
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -89,8 +91,9 @@ void write_sample(const std::string& path, const std::string& kind) {
     bundle->finish();
 }
 
-void write_endless(const std::string& path, std::size_t rows, unsigned long count) {
-    const Skein::BundlePtr bundle(new Skein::Bundle);
+const Skein::BundlePtr written(const std::string& path, std::size_t rows, unsigned long count,
+                               bool tell) {
+    Skein::BundlePtr bundle(new Skein::Bundle);
     bundle->bindToNew(path, {});
     const auto shots = shots_of(*bundle);
     for (unsigned fragment = 0; fragment < count; ++fragment) {
@@ -98,12 +101,32 @@ void write_endless(const std::string& path, std::size_t rows, unsigned long coun
             store(field_of(shots, name), fragment, counting(rows, fragment));
         }
         bundle->flush();
-        std::printf("%u\n", fragment);
-        std::fflush(stdout);
+        if (tell) {
+            std::printf("%u\n", fragment);
+            std::fflush(stdout);
+        }
     }
+    return bundle;
+}
+
+void write_endless(const std::string& path, std::size_t rows, unsigned long count) {
+    const Skein::BundlePtr bundle = written(path, rows, count, true);
     for (;;) {
         pause();
     }
+}
+
+void write_finished(const std::string& path, std::size_t rows, unsigned long count) {
+    const Skein::BundlePtr bundle = written(path, rows, count, false);
+    const std::string text =
+        sample_attributes().addAttributeToK7File({}, shots_of(*bundle), {}, {}, -1);
+    if (!text.empty()) {
+        throw std::runtime_error(text);
+    }
+    bundle->flush();
+    std::puts("finishing");
+    std::fflush(stdout);
+    bundle->finish();
 }
 
 } // namespace
@@ -111,14 +134,16 @@ void write_endless(const std::string& path, std::size_t rows, unsigned long coun
 int main(int argc, char** argv) {
     const std::string mode = argc > 2 ? argv[1] : "";
     const std::string last = argc > 3 ? argv[3] : "";
+    const unsigned long count = std::strtoul(argc > 4 ? argv[4] : "0", nullptr, 10);
     try {
         if (mode == "sample") {
             write_sample(argv[2], last);
         } else if (mode == "endless") {
-            write_endless(argv[2], std::strtoul(last.c_str(), nullptr, 10),
-                          std::strtoul(argc > 4 ? argv[4] : "0", nullptr, 10));
+            write_endless(argv[2], std::strtoul(last.c_str(), nullptr, 10), count);
+        } else if (mode == "finish") {
+            write_finished(argv[2], std::strtoul(last.c_str(), nullptr, 10), count);
         } else {
-            std::fprintf(stderr, "bundle_writer sample|endless PATH ...\n");
+            std::fprintf(stderr, "bundle_writer sample|endless|finish PATH ...\n");
             return 2;
         }
     } catch (const std::exception& e) {

@@ -21,6 +21,16 @@ SHAPES = {
     'Waveforms/Fragment_0': ('<u2', (ROWS, 5)),
     'Waveforms/Fragment_1': ('<u2', (ROWS, 0)),
 }
+# Column: extent, its fragments with values, the scale of each dimension
+COLUMNS = {
+    'GPSTime': ((9,), (0, 5), ('row_9',)),
+    'Positions': ((ROWS, 3), (0,), ('row', 'xyz')),
+    'Waveforms.DirectionDelta': ((ROWS, 3), (0,), ('row', 'xyz')),
+    'Amplitude': ((ROWS,), (0,), ('row',)),
+    'Channel': ((ROWS,), (0,), ('row',)),
+    'Waveforms': ((2 * ROWS, 5), (0,), ('row_14', 'sample')),
+}
+SCALES = {'row': ROWS, 'row_9': 9, 'row_14': 14, 'xyz': 3, 'sample': 5}
 DESCRIPTIONS = {
     'GPSTime': ('double', 1, 's'),
     'Positions': ('Tern::PhysicalSpace::point', 3, 'm'),
@@ -46,7 +56,8 @@ def check_structure(f):
     assert chart['Reflectance'].attrs['units'] == 'dB' and not list(chart['Reflectance'])
     found = []
     f.visititems(lambda n, o: found.append('/' + n) if isinstance(o, h5py.Dataset) else None)
-    assert sorted(found) == sorted(FIELDS + n for n in SHAPES), found
+    wanted = [FIELDS + n for n in SHAPES] + ['/Slice_0/Shots/' + n for n in [*COLUMNS, *SCALES]]
+    assert sorted(found) == sorted(wanted), found
     for name, (kind, shape) in SHAPES.items():
         d = f[FIELDS + name]
         assert d.dtype == np.dtype(kind) and d.shape == shape, (name, d.dtype, d.shape)
@@ -64,6 +75,41 @@ def check_values(f):
     assert (chart['Waveforms/Fragment_0'][:] == np.arange(ROWS * 5).reshape(ROWS, 5)).all()
     added = chart['GPSTime'].attrs['LeapSecondsAdded?']
     assert added.dtype == 'u1' and added.shape == (1,) and added[0] == 0
+
+
+def check_columns(f):
+    grid = f['/Slice_0/Shots']
+    for name, (shape, fragments, scales) in COLUMNS.items():
+        column = grid[name]
+        wanted = np.zeros(shape, SHAPES[name + '/Fragment_0'][0])
+        first = 0
+        for n in fragments:
+            values = f[FIELDS + '%s/Fragment_%d' % (name, n)][...]
+            wanted[first:first + len(values)] = values
+            first += len(values)
+        assert column.dtype == wanted.dtype and column.shape == shape, (name, column)
+        assert np.array_equal(column[...], wanted), name
+        assert [v.dset_name for v in column.virtual_sources()] == [FIELDS + '%s/Fragment_%d' % (name, n) for n in fragments]
+        assert {v.file_name for v in column.virtual_sources()} == {'.'}
+        assert column.attrs['units'] == DESCRIPTIONS[name][2] and column.attrs['long_name'], name
+        for dimension, scale in zip(column.dims, scales):
+            assert len(dimension) == 1 and dimension[0].name == '/Slice_0/Shots/' + scale, (name, scale)
+            assert h5py.h5ds.is_attached(column.id, dimension[0].id, dimension._dimension), name
+    for name, size in SCALES.items():
+        assert grid[name].shape == (size,) and h5py.h5ds.is_scale(grid[name].id), name
+    assert list(grid['xyz'].asstr()) == ['x', 'y', 'z']
+
+
+def check_parts(writer, path):
+    """Thousands of fragments: their columns go over parts."""
+    count = 1100
+    subprocess.run([writer, 'finish', path, '2', str(count)], check=True, stdout=subprocess.DEVNULL)
+    with h5py.File(path, 'r') as f:
+        column = f['/Slice_0/Shots/Channel']
+        assert np.array_equal(column[...], (np.arange(count)[:, None] + [0, 1]).ravel())
+        assert [v.dset_name for v in column.virtual_sources()] == ['/Slice_0/Shots/parts/Channel_%d' % i for i in range(3)]
+        sizes = [len(part.virtual_sources()) for part in (f['/Slice_0/Shots/parts/Channel_%d' % i] for i in range(3))]
+        assert sizes == [512, 512, 76], sizes
 
 
 def check_scan_attributes(f):
@@ -99,10 +145,12 @@ def main():
             with h5py.File(paths[0], 'r') as f:
                 check_structure(f)
                 check_values(f)
+                check_columns(f)
                 check_scan_attributes(f)
                 check_storage(f, kind)
             first, second = (open(p, 'rb').read() for p in paths)
             assert first == second, 'a rerun gives other bytes'
+        check_parts(writer, os.path.join(folder, 'parts.k7'))
         assert not [n for n in os.listdir(folder) if n.endswith('.part')]
 
 

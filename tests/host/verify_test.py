@@ -33,6 +33,32 @@ def put(f, path, at, value):
     f[path][at] = value
 
 
+def make_column(f, path, pieces, shape=None, file='.', **attributes):
+    """A column over `pieces`, paths of arrays, in the place of the one that is there; its scales and attributes stay."""
+    old = f.pop(path)
+    arrays = [f[p] for p in pieces]
+    shape = shape or (sum(map(len, arrays)),) + tuple(max(a.shape[1] for a in arrays) for _ in old.shape[1:])
+    layout = h5py.VirtualLayout(shape, old.dtype)
+    first = 0
+    for a in arrays:
+        where = (slice(first, first + len(a)),) + tuple(slice(0, n) for n in a.shape[1:])
+        layout[where] = h5py.VirtualSource(file, a.name, shape=a.shape)
+        first += len(a)
+    column = f.create_virtual_dataset(path, layout)
+    for name, value in {**old.attrs, **attributes}.items():
+        if value is not None:
+            column.attrs.create(name, value, dtype=old.attrs.get_id(name).dtype)
+    return column
+
+
+def renew_columns(f):
+    """All columns over the fragments that are there now."""
+    for grid in next(iter(f.values())).values():
+        for name, field in grid['StandardCartesianChart3D'].items():
+            numbers = sorted(int(n.split('_')[1]) for n in field)
+            make_column(f, grid.name + '/' + name, [field.name + '/Fragment_%d' % n for n in numbers])
+
+
 class VerifyTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -88,12 +114,14 @@ class Good(VerifyTest):
                 for field in f[grid].values():
                     if 'Fragment_1' in field:
                         del field['Fragment_1']
+            renew_columns(f)
         self.assertEqual(self.findings(self.damaged(leave_out), code=0), [])
 
     def test_a_grid_without_an_entry_for_a_fragment_is_allowed(self):
         def leave_out(f):
             for field in f[OPP].values():
                 del field['Fragment_1']
+            renew_columns(f)
         self.assertEqual(self.findings(self.damaged(leave_out), code=0), [])
 
     def test_files_without_scan_attributes_or_with_other_things_beside_are_good(self):
@@ -140,7 +168,7 @@ class Structure(VerifyTest):
 
     def test_missing_groups(self):
         self.check(lambda f: f.__delitem__('Slice_0'), '/', 'no slice')
-        self.check(lambda f: f.move('Slice_0', 'Slice_1'), '/Slice_1', 'numbered from 0')
+        self.check(lambda f: (f.move('Slice_0', 'Slice_1'), renew_columns(f)), '/Slice_1', 'numbered from 0')
         self.check(lambda f: f.__delitem__('Slice_0/Shots'), '/Slice_0/Shots', 'missing')
         self.check(lambda f: f.__delitem__(OPP), OPP[:-1], 'missing')
         self.check(lambda f: f.__delitem__(OPP + 'Range'), OPP + 'Range', 'missing')
@@ -156,6 +184,88 @@ class Structure(VerifyTest):
         found = self.findings(self.damaged(lambda f: None, 'some.k7.part'))
         self.assertEqual(len(found), 1)
         self.assertIn('not complete', found[0]['text'])
+
+
+class Columns(VerifyTest):
+    PATH = '/Slice_0/OPP/Range'
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        with h5py.File(cls.good) as f:
+            cls.FRAGMENTS = [v.dset_name for v in f[cls.PATH].virtual_sources()]
+
+    def test_a_missing_column_is_told(self):
+        self.check(lambda f: f.__delitem__(self.PATH), self.PATH, 'is missing')
+
+    def test_a_part_may_lack_columns_but_those_it_has_must_be_right(self):
+        found = self.findings(self.damaged(lambda f: f.__delitem__(self.PATH), 'some.k7.part'))
+        self.assertEqual([f['path'] for f in found], ['/'])
+        found = self.findings(self.damaged(lambda f: make_column(f, self.PATH, self.FRAGMENTS[:1]), 'some.k7.part'))
+        self.assertEqual([f['path'] for f in found], ['/', self.PATH])
+
+    def test_columns_that_do_not_have_the_rows_of_their_fragments(self):
+        def make(*pieces, **more):
+            return lambda f: make_column(f, self.PATH, pieces, **more)
+        first, second, *others = self.FRAGMENTS
+        self.check(make(first), self.PATH, 'rows, but its fragments have')
+        self.check(make(second, first, *others), self.PATH, 'rows from 0 on are not those of ' + first)
+        self.check(lambda f: make(first, shape=f[self.PATH].shape)(f), self.PATH, 'are not those of ' + second)
+        times = OPP + 'GPSTime/Fragment_1'
+        self.check(make(first, times, *others), self.PATH, 'are not those of ' + second)
+        self.check(lambda f: replace(f, self.PATH, f[self.PATH][...]), self.PATH, 'rows from 0 on are not those of ' + first)
+
+    def test_a_fragment_that_is_gone_is_told_once(self):
+        self.check(lambda f: f.__delitem__(OPP + 'Range/Fragment_1'), OPP + 'Range/Fragment_1', 'missing')
+
+    def test_columns_of_other_types_and_widths(self):
+        path = '/Slice_0/Waveforms/Waveforms'
+        with h5py.File(self.good) as f:
+            pieces, (rows, width) = [v.dset_name for v in f[path].virtual_sources()], f[path].shape
+        self.check(lambda f: make_column(f, path, pieces, (rows, width + 1)), path, 'values in a row, not')
+        self.check(lambda f: replace(f, self.PATH, f[self.PATH][...].astype('f4')), self.PATH, 'another type')
+        self.check(lambda f: replace(f, self.PATH, f[self.PATH][...][:, None]), self.PATH, 'number of dimensions')
+
+    def test_columns_over_other_files_or_over_parts_of_rows(self):
+        self.check(lambda f: make_column(f, self.PATH, self.FRAGMENTS, file='/etc/passwd'), self.PATH, 'stored elsewhere')
+
+        def turned(f):
+            shape = f[self.PATH].shape
+            layout = h5py.VirtualLayout(shape, 'f8')
+            layout[:10:2] = h5py.VirtualSource('.', self.FRAGMENTS[0], shape=(1000,))[:5]
+            del f[self.PATH]
+            f.create_virtual_dataset(self.PATH, layout)
+        self.check(turned, self.PATH, 'no block of rows')
+
+        def shifted(f):
+            shape = f[self.PATH].shape
+            layout = h5py.VirtualLayout(shape, 'f8')
+            layout[:5] = h5py.VirtualSource('.', self.FRAGMENTS[0], shape=f[self.FRAGMENTS[0]].shape)[1:6]
+            del f[self.PATH]
+            f.create_virtual_dataset(self.PATH, layout)
+        self.check(shifted, self.PATH, 'whole rows')
+
+    def test_columns_without_what_readers_show(self):
+        def make(**attributes):
+            return lambda f: make_column(f, self.PATH, self.FRAGMENTS, **attributes)
+        self.check(make(units='ft'), self.PATH, '"units"')
+        self.check(make(long_name=''), self.PATH, '"long_name"')
+        self.check(make(DIMENSION_LIST=None), self.PATH, 'scales')
+
+    def test_columns_over_thousands_of_fragments(self):
+        many = os.path.join(self.folder, 'many')
+        os.makedirs(many, exist_ok=True)
+        subprocess.run([HOST, 'convert', os.path.join(self.folder, 'good.rxp'), '--out-dir', many, '--fragment-size', '3',
+                        '--no-waveforms'], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        source = os.path.join(many, 'good.k7')
+        self.assertEqual(self.findings(source, code=0), [])
+        part = '/Slice_0/OPP/parts/Range_0'
+        with h5py.File(source) as f:
+            fragments = [v.dset_name for v in f[part].virtual_sources()]
+        self.assertGreater(len(fragments), 500)
+        self.check(lambda f: make_column(f, part, fragments[1:]), self.PATH, 'another extent', source=source)
+        swapped = [fragments[i] for i in (0, 2, 1)] + fragments[3:]
+        self.check(lambda f: make_column(f, part, swapped), self.PATH, 'are not those of ' + fragments[1], source=source)
 
 
 class Values(VerifyTest):

@@ -75,6 +75,21 @@ class K7Array {
     std::unique_ptr<State> state_;
 };
 
+/// Rows of a column that come from one array.
+struct K7Piece {
+    std::string source; ///< path of the array
+    std::uint64_t first_row = 0;
+    std::uint64_t rows = 0;
+    std::uint64_t width = 0; ///< values in a row; 1 where rows are single values
+};
+
+/// What a column of a grid, or a part of one, says of itself.
+struct K7Column {
+    K7Type type = K7Type::other;
+    std::vector<std::uint64_t> shape; ///< as K7Array::shape
+    std::vector<K7Piece> pieces;      ///< none where it has no values
+};
+
 /// A K7 file, or the .part of one, open for reading. Nothing in the file is believed: links to
 /// other files or along a name are not followed, values stored elsewhere or by unknown filters are
 /// not read, extents are held against what the file can hold, and lists have limits. So memory
@@ -130,6 +145,10 @@ class K7Reader {
     /// its values, values that were never stored, storage outside of the file, unknown filters,
     /// more than two dimensions, chunks beyond 2^26 bytes, or more than 1024 of them in a row.
     K7Array open(const std::string& array) const;
+
+    /// What an array says of itself as a column over others; no values are read. Throws where its
+    /// pieces stand in other files, or are no blocks of rows from whole arrays.
+    K7Column column(const std::string& path) const;
 
     /// The group that has the fields of a grid.
     static std::string chartOf(const std::string& grid);

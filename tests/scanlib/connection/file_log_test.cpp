@@ -9,9 +9,9 @@
 
 #include <gtest/gtest.h>
 
-#include "file_size_limit.hpp"
 #include "scan_folder.hpp"
 #include "scanlib/rxpstream/rewriting.hpp"
+#include "support/file_size_limit.hpp"
 
 namespace {
 

@@ -11,8 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "file_size_limit.hpp"
 #include "scanlib/file_connection.hpp"
+#include "support/file_size_limit.hpp"
 #include "support/memory_connections.hpp"
 
 namespace {

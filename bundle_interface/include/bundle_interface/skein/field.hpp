@@ -56,7 +56,7 @@ class Field : public Holdfast::ReferenceBase<Field>, public Holdfast::Ageable {
 
   private:
     friend class Representation;
-    void describe(const ElementDescription& element);
+    void describe(const MemBase& array);
 
     std::shared_ptr<K7File> file_;
     std::string path_;
