@@ -1,4 +1,5 @@
 #include "bundle_interface/k7_reader.hpp"
+#include "bundle_interface/whole_file.hpp"
 #include "commands.hpp"
 #include "contained_run.hpp"
 #include "input_file.hpp"
@@ -6,13 +7,11 @@
 #include "look/page.hpp"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 
 namespace host {
 
@@ -23,31 +22,6 @@ struct look_options {
     std::string png;
     bool json = false;
 };
-
-struct closer {
-    void operator()(std::FILE* f) const noexcept { std::fclose(f); }
-};
-
-/// Empty, or why the file is not there; then no part of it stays.
-std::string write_file(const std::string& path, const std::string& bytes) {
-    const std::string refusal = "cannot write \"" + path + "\": ";
-    std::unique_ptr<std::FILE, closer> file(std::fopen(path.c_str(), "wb"));
-    if (!file) {
-        return refusal + std::generic_category().message(errno);
-    }
-    errno = 0;
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-    const int failure = errno;
-    if (std::fclose(file.release()) == 0 && written) {
-        return {};
-    }
-    const std::string reason = std::generic_category().message(written ? errno : failure);
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(path, ignored)) {
-        std::filesystem::remove(path, ignored);
-    }
-    return refusal + reason;
-}
 
 std::string json_of(const value_bounds& bounds) {
     json_array ends;
@@ -161,9 +135,9 @@ exit_code look_at(const look_options& options, std::string& told) {
     } catch (const Skein::K7ReadError& e) {
         return refuse(e.what(), exit_code::input_unreadable);
     }
-    const std::string failed = write_file(output, draw_scan_page(view));
+    const std::string failed = Holdfast::writeWholeFile(output, draw_scan_page(view));
     if (!failed.empty()) {
-        return refuse(failed, exit_code::output_failed);
+        return refuse("cannot write \"" + output + "\": " + failed, exit_code::output_failed);
     }
     const exit_code code =
         view.failure.empty() ? exit_code::good : refuse(view.failure, exit_code::input_damaged);

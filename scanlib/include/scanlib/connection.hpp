@@ -6,6 +6,7 @@
 
 #include "scanlib/scanlib_exception.hpp"
 
+/// Recordings and live streams, from bytes to targets and waveforms.
 namespace scanlib {
 
 class override_listener;
