@@ -77,15 +77,15 @@ class K7Array {
 
 /// Rows of a column that come from one array.
 struct K7Piece {
-    std::string source; ///< path of the array
-    std::uint64_t first_row = 0;
-    std::uint64_t rows = 0;
-    std::uint64_t width = 0; ///< values in a row; 1 where rows are single values
+    std::string source;          ///< path of the array
+    std::uint64_t first_row = 0; ///< of the column
+    std::uint64_t rows = 0;      ///< number of rows, all those of the array
+    std::uint64_t width = 0;     ///< values in a row; 1 where rows are single values
 };
 
 /// What a column of a grid, or a part of one, says of itself.
 struct K7Column {
-    K7Type type = K7Type::other;
+    K7Type type = K7Type::other;      ///< of its values
     std::vector<std::uint64_t> shape; ///< as K7Array::shape
     std::vector<K7Piece> pieces;      ///< none where it has no values
 };
