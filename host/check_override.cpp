@@ -83,7 +83,7 @@ void add_check_override(CLI::App& app, exit_code& result) {
     auto options = std::make_shared<check_options>();
     command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
     command->add_option("PXP", options->override_name, "override text (*.pxp)")->required();
-    command->add_flag("--json", options->json, "print one JSON object");
+    command->add_flag("--json", options->json, json_help);
     command->callback([options, &result] { result = run(*options); });
 }
 

@@ -1,5 +1,7 @@
 #include "contained_run.hpp"
 
+#include "interrupts.hpp"
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -65,6 +67,7 @@ std::string read_all(int from) {
 
 /// The child's life. Ends without the parent's exit handlers and buffers.
 [[noreturn]] void live(int to, const std::function<exit_code(std::string&)>& work) {
+    drop_inherited_handlers();
     limit(RLIMIT_CORE, 0);
     if (bounds_memory) {
         limit(RLIMIT_AS, most_memory);

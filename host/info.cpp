@@ -168,7 +168,7 @@ void add_info(CLI::App& app, exit_code& result) {
         "info", "Tell what a recording holds: instrument, metadata, packets by kind, time span.");
     auto options = std::make_shared<info_options>();
     command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
-    CLI::Option* json = command->add_flag("--json", options->json, "print one JSON object");
+    CLI::Option* json = command->add_flag("--json", options->json, json_help);
     command->add_flag("--meta", options->meta, "print the metadata alone, as JSON")->excludes(json);
     command->callback([options, &result] { result = run(*options); });
 }

@@ -31,8 +31,8 @@ struct inspect_options {
 class inspection_monitor : public Riegl::ProgressMonitor {
   public:
     inspection_monitor(const std::string& input, inspection_result& result)
-        : line_(std::filesystem::path(input).filename().string(), "packets",
-                estimate_packets(input))
+        : line_(std::filesystem::path(input).filename().string(),
+                {"packets", estimate_packets(input), bytes_of_input(input)})
         , result_(result) {}
 
     void report(const std::string& /*label*/, int current, int /*total*/) override {
@@ -134,7 +134,7 @@ void add_inspect(CLI::App& app, exit_code& result) {
         ->required();
     command->add_option("--out-dir", options->out_dir, "existing directory for the PDFs")
         ->capture_default_str();
-    command->add_flag("--json", options->json, "print one JSON object instead of the summary");
+    command->add_flag("--json", options->json, json_help);
     command->callback([options, &result] { result = run(*options); });
 }
 

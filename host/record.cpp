@@ -118,7 +118,7 @@ class recorder {
         , sink_(options.output, from.bytes)
         , place_(from.continuation)
         , bytes_(from.bytes)
-        , line_(options.output, "bytes", 0) {}
+        , line_(options.output, {"bytes"}) {}
 
     void run() {
         std::vector<char> buffer(buffer_bytes);
@@ -187,7 +187,7 @@ void close_run(recorder& run, const record_options& options, bool at_end) {
 exit_code record_from(const record_options& options, const resume_note& from) {
     const std::shared_ptr<scanlib::basic_rconnection> connection(
         scanlib::basic_rconnection::create(options.uri, from.continuation, ""));
-    const interrupts signals([&] { connection->stop(); }, [&] { connection->cancel(); });
+    const interrupts signals([&](int) { connection->stop(); }, [&](int) { connection->cancel(); });
     connection->open();
     recorder run(options, from, *connection);
     try {

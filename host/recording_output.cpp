@@ -13,7 +13,7 @@ recording_output::recording_output(const std::string& path) {
     const bool replaceable = !fs::exists(path_, error) || fs::is_regular_file(path_, error);
     written_ = path_;
     written_ += replaceable ? ".part" : "";
-    file_ = std::make_shared<simulator::recording_file>(written_);
+    file_ = std::make_shared<simulator::recording_file>(written_, path);
 }
 
 recording_output::~recording_output() {

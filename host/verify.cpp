@@ -163,7 +163,7 @@ void add_verify(CLI::App& app, exit_code& result) {
         "verify", "Hold K7 files against the format; list what is wrong, a line each.");
     auto options = std::make_shared<verify_options>();
     command->add_option("FILE", options->inputs, "K7 files, or their .part")->required();
-    command->add_flag("--json", options->json, "print one JSON object instead of the lines");
+    command->add_flag("--json", options->json, json_help);
     command->callback([options, &result] { result = run(*options); });
 }
 

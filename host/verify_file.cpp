@@ -25,8 +25,8 @@ std::string quoted(std::string_view text) {
 /// One run over a file.
 class file_check {
   public:
-    file_check(const K7Reader& file, k7_findings& findings, k7_counts& counts)
-        : file_(file), findings_(findings), counts_(counts) {}
+    file_check(const K7Reader& file, k7_findings& findings, k7_counts& counts, verify_depth depth)
+        : file_(file), findings_(findings), counts_(counts), depth_(depth) {}
 
     void run() {
         attempt("/", [&] { check_root(); });
@@ -260,7 +260,9 @@ class file_check {
                           "the fragment has no rows; then it has no entry");
         }
         count_rows(grid, rows.value_or(0));
-        values.look_at(parts);
+        if (depth_ == verify_depth::values) {
+            values.look_at(parts);
+        }
     }
 
     bool fits(const std::string& path, const Skein::K7Array& array, const k7_column& column) {
@@ -292,17 +294,19 @@ class file_check {
     const K7Reader& file_;
     k7_findings& findings_;
     k7_counts& counts_;
+    verify_depth depth_;
     std::set<std::uint32_t> numbers_;
 };
 
 } // namespace
 
-void verify_k7_file(const std::string& path, k7_findings& findings, k7_counts& counts) {
+void verify_k7_file(const std::string& path, k7_findings& findings, k7_counts& counts,
+                    verify_depth depth) {
     const K7Reader file(path);
     if (path.ends_with(".part")) {
         findings.add("/", "the file is not complete: its name still ends with .part");
     }
-    file_check(file, findings, counts).run();
+    file_check(file, findings, counts, depth).run();
 }
 
 } // namespace host

@@ -16,6 +16,7 @@
 #include <hdf5.h>
 
 #include "array_storage.hpp"
+#include "bundle_interface/skein/bundle.hpp"
 #include "commit_file.hpp"
 #include "storage_library.hpp"
 
@@ -69,7 +70,6 @@ using storage::libraryMutex;
 using storage::Quiet;
 
 constexpr const char* format_name = "K7";
-constexpr const char* creator = "rxp2k7";
 constexpr std::uint32_t format_version = 1;
 // Links stay in the header of their group up to this count. A field's header has room for its first
 // links from the start; each later one adds a piece to the header. Either way a fragment changes
@@ -413,7 +413,7 @@ K7File::K7File(const std::string& path, const StorageTransformations* transforma
         });
         setText("/", "Format", format_name);
         setScalar("/", "FormatVersion", format_version);
-        setText("/", "Creator", creator);
+        setText("/", "Creator", bundleCreator());
         // From here on the .part opens, whenever the process ends.
         flush();
     } catch (...) {

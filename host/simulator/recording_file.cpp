@@ -2,11 +2,12 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace simulator {
 
-recording_file::recording_file(const std::filesystem::path& path)
-    : path_(path), file_(std::fopen(path.c_str(), "wb")) {
+recording_file::recording_file(const std::filesystem::path& path, std::filesystem::path name)
+    : name_(name.empty() ? path : std::move(name)), file_(std::fopen(path.c_str(), "wb")) {
     if (!file_) {
         fail("create");
     }
@@ -18,7 +19,7 @@ recording_file::~recording_file() = default;
 
 void recording_file::fail(const char* action) const {
     const int cause = errno;
-    throw output_error(std::string("cannot ") + action + " \"" + path_.string() +
+    throw output_error(std::string("cannot ") + action + " \"" + name_.string() +
                        "\": " + std::generic_category().message(cause));
 }
 

@@ -19,8 +19,9 @@ class output_error : public std::runtime_error {
 /// Write connection to a new file that tells every failure, those of the last bytes too.
 class recording_file : public scanlib::basic_wconnection {
   public:
-    /// Creates or empties the file. Throws output_error.
-    explicit recording_file(const std::filesystem::path& path);
+    /// Creates or empties the file. Throws output_error. Failures are told of `name`, where given:
+    /// the file may stand under another one for now.
+    explicit recording_file(const std::filesystem::path& path, std::filesystem::path name = {});
     /// Without `close`, what is buffered may be lost.
     ~recording_file() override;
 
@@ -39,7 +40,7 @@ class recording_file : public scanlib::basic_wconnection {
 
     [[noreturn]] void fail(const char* action) const;
 
-    std::filesystem::path path_;
+    std::filesystem::path name_;
     std::unique_ptr<std::FILE, closer> file_;
     std::uint64_t bytes_ = 0;
 };
