@@ -1,6 +1,7 @@
 #include "contained_run.hpp"
 
 #include "interrupts.hpp"
+#include "terminal.hpp"
 
 #include <array>
 #include <cerrno>
@@ -77,10 +78,10 @@ std::string read_all(int from) {
     try {
         code = work(told);
     } catch (const std::bad_alloc&) {
-        std::fputs("rxp2k7: reading the file takes too much memory\n", stderr);
+        complain("reading the file takes too much memory");
         code = exit_code::input_damaged;
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: internal failure: %s\n", e.what());
+        complain("internal failure: %s", e.what());
     }
     write_all(to, told);
     _exit(static_cast<int>(code));

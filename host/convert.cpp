@@ -1,7 +1,9 @@
+#include "command_result.hpp"
 #include "commands.hpp"
 #include "conversion_jobs.hpp"
 #include "conversion_report.hpp"
 #include "conversion_run.hpp"
+#include "help.hpp"
 #include "input_registry.hpp"
 #include "interrupts.hpp"
 #include "numbers.hpp"
@@ -171,12 +173,10 @@ exit_code run(const convert_options& options) {
     if (options.json) {
         std::fputs(json_of(results).c_str(), stdout);
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain("cannot write to standard output");
-        return exit_code::output_failed;
-    }
+    const exit_code code =
+        flushed(blocked.empty() ? joint_code(results) : exit_code::output_failed);
     end_as_signalled(results);
-    return blocked.empty() ? joint_code(results) : exit_code::output_failed;
+    return code;
 }
 
 /// `--jobs N`; 0 and "auto" are the number of processors.
@@ -229,6 +229,15 @@ void add_convert(CLI::App& app, exit_code& result) {
     add_whole<std::uint32_t>(*command, "--compress", options->compress,
                              "deflate level of the K7 file, 0 for none", 0, 9);
     command->add_flag("--json", options->json, json_help);
+    command->footer(
+        examples_text({{"All recordings of a folder, as many at a time as there are processors; "
+                        "again, what is missing",
+                        "rxp2k7 convert *.rxp --out-dir out --jobs auto --skip-done"},
+                       {"The summaries for another program",
+                        "rxp2k7 convert *.rxp --out-dir out --json > summaries.json"},
+                       {"A file as small as it gets", "rxp2k7 convert scan.rxp --compress 9"},
+                       {"Straight from an instrument, until Ctrl-C",
+                        "rxp2k7 convert rdtp://192.168.0.1/current"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

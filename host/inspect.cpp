@@ -1,4 +1,6 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "inspection_report.hpp"
 #include "output_folder.hpp"
@@ -108,11 +110,7 @@ exit_code run(const inspect_options& options) {
     } else {
         print_summary(result);
     }
-    if (std::fflush(stdout) != 0) {
-        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
-        return exit_code::output_failed;
-    }
-    return result.code;
+    return flushed(result.code);
 }
 
 } // namespace
@@ -135,6 +133,9 @@ void add_inspect(CLI::App& app, exit_code& result) {
     command->add_option("--out-dir", options->out_dir, "existing directory for the PDFs")
         ->capture_default_str();
     command->add_flag("--json", options->json, json_help);
+    command->footer(
+        examples_text({{"The waveforms of a millisecond",
+                        "rxp2k7 inspect scan.rxp --time-range 43202:43202.001 --out-dir plots"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

@@ -1,5 +1,6 @@
 #include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "input_registry.hpp"
 #include "recording_output.hpp"
@@ -186,6 +187,9 @@ void add_points(CLI::App& app, exit_code& result) {
     CLI::Option* output = command->add_option("-o,--output", options->output,
                                               "file to write to, not standard output");
     command->add_flag("--json", options->json, json_help)->needs(output);
+    command->footer(examples_text(
+        {{"The first ten points", "rxp2k7 points scan.rxp | head -n 11"},
+         {"All points with PPS times", "rxp2k7 points scan.rxp --external-time -o points.txt"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

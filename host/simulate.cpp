@@ -1,5 +1,6 @@
 #include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "numbers.hpp"
 #include "progress.hpp"
 #include "recording_output.hpp"
@@ -204,6 +205,11 @@ void add_simulate(CLI::App& app, exit_code& result) {
     add_zones(*command, *options);
     add_waveforms(*command, *options);
     command->add_flag("--json", options->json, json_help);
+    command->footer(
+        examples_text({{"A small recording with waveforms, in the densest packing",
+                        "rxp2k7 simulate try.rxp --shots 20000 --waveforms hr-compressed"},
+                       {"Echoes from two zones of range, packed as differences",
+                        "rxp2k7 simulate far.rxp --mta 2 --form packed-hr"}}));
     command->callback([options, rate, &result] {
         options->rate_given = rate->count() != 0;
         result = run(*options);
