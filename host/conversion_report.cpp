@@ -62,7 +62,7 @@ std::string result_json(const conversion_result& r) {
 } // namespace
 
 void report_failure(const conversion_result& r) {
-    if (r.code == exit_code::good) {
+    if (r.code == exit_code::good && r.ended_by == 0) {
         return;
     }
     if (!r.text.empty()) {

@@ -100,8 +100,9 @@ std::vector<conversion_outcome> convert_here(const convert_options& options) {
                            [&](int signal) { end.cancel(signal); });
     for (const std::string& input : options.inputs) {
         if (watch.count() != 0) {
-            const auto output = options.output_of(input).string();
-            outcomes.push_back(outcome_of(not_converted(input, output, watch.last())));
+            const auto left = not_converted(input, options.output_of(input).string(), watch.last());
+            report_failure(left);
+            outcomes.push_back(outcome_of(left));
             continue;
         }
         packets_line shown(input);

@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -141,11 +140,6 @@ void write_points(const points_options& options, command_result& result) {
             options, [&](const char* data, std::size_t n) { output.write(data, n); }, walk);
         output.publish();
         result.found.number("points", points).number("bytes_out", output.bytes_written());
-        if (!options.json) {
-            std::printf("%s -> %s\n  points     %" PRIu64 "\n  bytes      %" PRIu64 "\n",
-                        options.input.c_str(), options.output.c_str(), points,
-                        output.bytes_written());
-        }
     }
     result.code = tell_damage(options.input, walk) ? exit_code::input_damaged : exit_code::good;
 }
