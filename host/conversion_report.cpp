@@ -65,7 +65,7 @@ void report_failure(const conversion_result& r) {
     if (r.code == exit_code::good && r.ended_by == 0) {
         return;
     }
-    if (!r.text.empty()) {
+    if (!r.text.empty() && !r.summary.stopped) {
         const bool names_input = r.text.find(r.input) != std::string::npos;
         complain("%s%s", names_input ? "" : (r.input + ": ").c_str(), printable(r.text).c_str());
     }

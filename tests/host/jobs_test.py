@@ -2,6 +2,7 @@
 """jobs_test.py HOST [TEST ...]: `rxp2k7 convert --jobs`: several processes do what one does, and one that dies dies alone."""
 import json
 import os
+import resource
 import signal
 import sys
 
@@ -121,6 +122,23 @@ class Dying(Jobs):
         self.assertIn('rxp2k7: killed.rxp: its process was ended by signal 9', err)
         self.assertEqual({n for n in os.listdir(self.folder) if '.k7' in n},
                          {'killed.k7.part', 'a.k7', 'b.k7', 'c.k7'})
+
+    def test_more_processes_than_there_can_be_wait_for_each_other(self):
+        names = self.make(*'abcdefgh', shots=20000)
+        few_files = 30  # room for the descriptors of some of the jobs
+        results = json.loads(self.host('convert', '--json', '--jobs', 8, *names, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_NOFILE, (few_files, few_files))).stdout)['results']
+        self.assertEqual([(r['input'], r['exit_code'], r['shots']) for r in results], [(n, 0, 20000) for n in names])
+
+    def test_one_that_cannot_begin_at_all_is_told(self):
+        names = self.make('a', 'b', shots=100)
+        too_few = 9  # standard ones, the pipe of signals, and no room for the four pairs of a job
+        p = self.host('convert', '--json', '--jobs', 2, *names, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_NOFILE, (too_few, too_few)))
+        self.assertEqual(p.returncode, 6)
+        for r in json.loads(p.stdout)['results']:
+            self.assertEqual(r['exit_code'], 1)
+            self.assertIn('no process can be made: Too many open files', r['text'])
 
     def test_none_outlives_its_parent(self):
         names = self.make('a', 'b', shots=200000)

@@ -14,7 +14,7 @@ COLOUR = re.compile(r'\x1b\[[0-9;]*m')
 class Progress(HostCase):
     def setUp(self):
         super().setUp()
-        self.simulate(shots=100000)
+        self.simulate(shots=300000)
         self.slow = ('convert', 'scan.rxp', '--compress', 9, '--fragment-size', 2000)
 
     def test_is_a_bar_with_rate_and_remaining_time_on_a_terminal(self):
