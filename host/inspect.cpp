@@ -133,9 +133,9 @@ void add_inspect(CLI::App& app, exit_code& result) {
     command->add_option("--out-dir", options->out_dir, "existing directory for the PDFs")
         ->capture_default_str();
     command->add_flag("--json", options->json, json_help);
-    command->footer(
-        examples_text({{"The waveforms of a millisecond",
-                        "rxp2k7 inspect scan.rxp --time-range 43200.01:43200.011 --out-dir plots"}}));
+    command->footer(examples_text(
+        {{"The waveforms of a millisecond",
+          "rxp2k7 inspect scan.rxp --time-range 43200.01:43200.011 --out-dir plots"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

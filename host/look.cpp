@@ -168,6 +168,9 @@ std::string put_picture(const std::string& output, const std::string& bytes) {
         fs::rename(path + ".part", path, error);
         failed = error ? "cannot write \"" + output + "\": " + error.message() : "";
     }
+    if (!failed.empty()) {
+        fs::remove(path + ".part", error);
+    }
     return failed;
 }
 
