@@ -2,12 +2,11 @@
 
 #include <cerrno>
 #include <system_error>
-#include <utility>
 
 namespace simulator {
 
-recording_file::recording_file(const std::filesystem::path& path, std::filesystem::path name)
-    : name_(name.empty() ? path : std::move(name)), file_(std::fopen(path.c_str(), "wb")) {
+recording_file::recording_file(const std::filesystem::path& path, const std::filesystem::path& name)
+    : name_(name.empty() ? path : name), file_(std::fopen(path.c_str(), "wb")) {
     if (!file_) {
         fail("create");
     }

@@ -21,7 +21,8 @@ class recording_file : public scanlib::basic_wconnection {
   public:
     /// Creates or empties the file. Throws output_error. Failures are told of `name`, where given:
     /// the file may stand under another one for now.
-    explicit recording_file(const std::filesystem::path& path, std::filesystem::path name = {});
+    explicit recording_file(const std::filesystem::path& path,
+                            const std::filesystem::path& name = {});
     /// Without `close`, what is buffered may be lost.
     ~recording_file() override;
 
