@@ -13,7 +13,9 @@ namespace {
 constexpr auto bar_interval = std::chrono::milliseconds(100);
 constexpr auto line_interval = std::chrono::milliseconds(100);     ///< short works stay silent
 constexpr auto unknown_interval = std::chrono::milliseconds(2000); ///< where no share is known
-constexpr unsigned bar_width = 30;
+constexpr std::size_t bar_width = 30;
+constexpr std::size_t least_bar_width = 5;
+constexpr std::size_t gap = 2;              ///< between a name and what follows
 constexpr double longest_told = 100 * 3600; ///< seconds; beyond it nobody counts on the figure
 
 /// A total is an estimate: the end is not told before it is reached.
@@ -42,6 +44,15 @@ std::string duration(double seconds) {
     const unsigned long minutes = whole / 60 % 60;
     return whole < 3600 ? formatted("%lu:%02lu", minutes, whole % 60)
                         : formatted("%lu:%02lu:%02lu", whole / 3600, minutes, whole % 60);
+}
+
+/// The end of a name tells most of it.
+std::string shortened(const std::string& name, std::size_t most) {
+    constexpr std::size_t dots = 3;
+    if (name.size() <= most) {
+        return name;
+    }
+    return most <= dots ? std::string() : "..." + name.substr(name.size() - (most - dots));
 }
 
 } // namespace
@@ -94,16 +105,23 @@ std::string progress_line::amounts(std::uint64_t done) const {
 
 void progress_line::draw_bar(std::uint64_t done) {
     drawn_ = true;
+    const double part = scale_.total == 0 ? 0 : share(done, scale_.total);
+    const std::string percent = scale_.total == 0 ? "" : formatted("%2.0f %%  ", part * 100);
+    const std::string behind = percent + amounts(done);
+    // A line that is broken in two could not be drawn over. The last place stays free.
+    const std::size_t columns = columns_of(stderr) - 1;
+    const std::string name = shortened(name_, columns - std::min(columns, behind.size() + gap));
+    const std::size_t taken = name.size() + gap + behind.size() + gap + 1; // with the brackets
+    const std::size_t width = std::min(bar_width, columns - std::min(columns, taken));
     std::string bar;
-    if (scale_.total != 0) {
-        const double part = share(done, scale_.total);
-        const auto filled = static_cast<unsigned>(part * bar_width);
+    if (scale_.total != 0 && width >= least_bar_width) {
+        const auto filled = static_cast<std::size_t>(part * static_cast<double>(width));
         bar.append("[")
             .append(coloured(stderr, colour::green, std::string(filled, '#')))
-            .append(bar_width - filled, '.')
-            .append(formatted("] %2.0f %%  ", part * 100));
+            .append(width - filled, '.')
+            .append("] ");
     }
-    std::fprintf(stderr, "\r%s  %s%s\x1b[K", name_.c_str(), bar.c_str(), amounts(done).c_str());
+    std::fprintf(stderr, "\r%s  %s%s\x1b[K", name.c_str(), bar.c_str(), behind.c_str());
 }
 
 void progress_line::write_line(std::uint64_t done) {

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace host {
@@ -27,6 +28,13 @@ const char* sequence_of(colour wanted) {
 
 bool is_terminal(std::FILE* file) {
     return isatty(fileno(file)) == 1;
+}
+
+std::size_t columns_of(std::FILE* terminal) {
+    constexpr std::size_t usual = 80;
+    winsize size{};
+    return ioctl(fileno(terminal), TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col
+                                                                               : usual;
 }
 
 std::string coloured(std::FILE* file, colour wanted, const std::string& text) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -7,6 +8,9 @@ namespace host {
 
 /// Whether somebody sees the file at once: a terminal is behind it.
 bool is_terminal(std::FILE* file);
+
+/// How many characters a line of the terminal has; 80 where it does not tell.
+std::size_t columns_of(std::FILE* terminal);
 
 enum class colour { red, green };
 

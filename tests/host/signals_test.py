@@ -105,6 +105,21 @@ class Conversion(Signalled):
             for name in self.outputs():
                 os.remove(self.path(name))
 
+    def test_ends_a_live_stream_whole_in_a_process_of_its_own_too(self):
+        self.simulate('b.rxp')
+        rate = self.size_of('scan.rxp') / 20e6  # of which it would take 20 seconds
+        replay = self.start('replay', 'scan.rxp', '--rdtp', 0, '--rate', '%.6f' % rate, '--chunk', 5000)
+        uri = replay.stdout.readline().strip()
+        p = self.start('convert', '--json', '--jobs', 2, uri, 'b.rxp', '--fragment-size', 1000)
+        self.wait_for(lambda: self.size_of('current.k7.part') > 500000 and self.size_of('b.k7') > 0)
+        p.send_signal(signal.SIGINT)
+        out, err = p.communicate(timeout=60)
+        self.assertEqual(p.returncode, 0, err)
+        live = json.loads(out)['results'][0]
+        self.assertEqual((live['text'], live['exit_code']), ('', 0))
+        self.assertTrue(0 < live['shots'] < SHOTS)
+        self.assertEqual(self.outputs(), {'current.k7', 'b.k7'})
+
     def test_leaves_no_part_of_which_nothing_is_stored(self):
         p = self.start('convert', 'scan.rxp', '--compress', 9, '--fragment-size', 150000)
         # The header of a file in the making is smaller than any fragment.

@@ -29,6 +29,19 @@ class Progress(HostCase):
         told = [int(m[1]) for m in re.finditer(r'(\d+) %', shown)]
         self.assertEqual(told, sorted(told))
 
+    def test_fits_into_a_line_of_the_terminal(self):
+        long_name = 'a' * 60 + '_scan.rxp'
+        os.rename(self.path('scan.rxp'), self.path(long_name))
+        for columns in (100, 60, 20, 1):
+            code, shown = self.on_terminal('convert', long_name, *self.slow[2:], columns=columns)
+            self.assertEqual(code, 0)
+            bars = COLOUR.sub('', shown).replace('\x1b[K', '').split('\r')[1:-1]
+            self.assertGreater(len(bars), 1)
+            for bar in bars:
+                if columns >= 60:
+                    self.assertLess(len(bar), columns)
+                    self.assertRegex(bar, r'scan\.rxp  ')
+
     def test_is_plain_lines_elsewhere(self):
         lines = self.good(*self.slow).stderr.splitlines()
         self.assertGreater(len(lines), 2)

@@ -1,4 +1,5 @@
 """What tests of the command-line host share: a folder of their own, and the program run in it."""
+import fcntl
 import json
 import os
 import pty
@@ -9,6 +10,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 
@@ -84,9 +86,10 @@ class HostCase(unittest.TestCase):
             self.assertLess(time.monotonic(), until, 'it does not come')
             time.sleep(0.002)
 
-    def on_terminal(self, *args, **environment):
+    def on_terminal(self, *args, columns=120, **environment):
         """Exit code and what a terminal behind standard error shows."""
         near, far = pty.openpty()
+        fcntl.ioctl(far, termios.TIOCSWINSZ, struct.pack('4H', 24, columns, 0, 0))
         env = {k: v for k, v in os.environ.items() if k not in ('NO_COLOR', 'TERM')}
         p = subprocess.Popen([self.HOST] + [str(a) for a in args], cwd=self.folder, stdin=subprocess.DEVNULL,
                              stdout=subprocess.DEVNULL, stderr=far, env=dict(env, **{'TERM': 'xterm', **environment}))
