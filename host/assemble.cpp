@@ -3,6 +3,7 @@
 #include "commands.hpp"
 #include "help.hpp"
 #include "recording_output.hpp"
+#include "standard_output.hpp"
 
 #include "scanlib/rxpmarker.hpp"
 
@@ -32,29 +33,6 @@ struct assemble_options {
 
     static constexpr const char* standard = "-";
     bool to_standard_output() const { return output == standard; }
-};
-
-/// Write connection to standard output.
-class standard_output : public scanlib::basic_wconnection {
-  public:
-    std::int64_t write(const char* data, std::int64_t n) override {
-        if (std::fwrite(data, 1, static_cast<std::size_t>(n), stdout) !=
-            static_cast<std::size_t>(n)) {
-            fail();
-        }
-        return n;
-    }
-    void close() override {
-        if (std::fflush(stdout) != 0) {
-            fail();
-        }
-    }
-
-  private:
-    [[noreturn]] static void fail() {
-        throw simulator::output_error("cannot write to standard output: " +
-                                      std::generic_category().message(errno));
-    }
 };
 
 struct closer {

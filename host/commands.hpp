@@ -23,6 +23,7 @@ void add_override(CLI::App& app, exit_code& result);
 void add_check_override(CLI::App& app, exit_code& result);
 void add_verify(CLI::App& app, exit_code& result);
 void add_look(CLI::App& app, exit_code& result);
+void add_export(CLI::App& app, exit_code& result);
 void add_simulate(CLI::App& app, exit_code& result);
 void add_dump(CLI::App& app, exit_code& result);
 void add_assemble(CLI::App& app, exit_code& result);

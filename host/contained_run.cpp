@@ -5,8 +5,10 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <exception>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -66,6 +68,14 @@ std::string read_all(int from) {
     }
 }
 
+/// Lets the child end with its parent, also where that has ended already.
+void end_with(pid_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+        _exit(static_cast<int>(exit_code::internal_failure));
+    }
+}
+
 /// The child's life. Ends without the parent's exit handlers and buffers.
 [[noreturn]] void live(int to, const std::function<exit_code(std::string&)>& work) {
     drop_inherited_handlers();
@@ -95,8 +105,10 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
     if (pipe(ends.data()) != 0) {
         fail("pipe");
     }
+    const pid_t parent = getpid();
     const pid_t child = fork();
     if (child == 0) {
+        end_with(parent);
         close(ends[0]);
         live(ends[1], work);
     }
@@ -115,6 +127,9 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
         if (errno != EINTR) {
             fail("waitpid");
         }
+    }
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) {
+        std::raise(SIGPIPE);
     }
     if (WIFEXITED(status)) {
         result.code = static_cast<exit_code>(WEXITSTATUS(status));

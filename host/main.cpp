@@ -28,6 +28,7 @@ int run(int argc, char** argv) {
     host::add_check_override(app, result);
     host::add_verify(app, result);
     host::add_look(app, result);
+    host::add_export(app, result);
     host::add_simulate(app, result);
     host::add_dump(app, result);
     host::add_assemble(app, result);

@@ -6,13 +6,27 @@ namespace host {
 
 namespace fs = std::filesystem;
 
-recording_output::recording_output(const std::string& path) {
+namespace {
+
+/// Where the file is to stand, behind links.
+fs::path place_of(const std::string& path) {
     std::error_code error;
     const fs::path resolved = fs::canonical(path, error);
-    path_ = error ? fs::path(path) : resolved;
-    const bool replaceable = !fs::exists(path_, error) || fs::is_regular_file(path_, error);
-    written_ = path_;
-    written_ += replaceable ? ".part" : "";
+    return error ? fs::path(path) : resolved;
+}
+
+} // namespace
+
+fs::path recording_output::name_until_whole(const std::string& path) {
+    std::error_code error;
+    fs::path name = place_of(path);
+    const bool replaceable = !fs::exists(name, error) || fs::is_regular_file(name, error);
+    name += replaceable ? ".part" : "";
+    return name;
+}
+
+recording_output::recording_output(const std::string& path)
+    : path_(place_of(path)), written_(name_until_whole(path)) {
     file_ = std::make_shared<simulator::recording_file>(written_, path);
 }
 
@@ -26,6 +40,10 @@ recording_output::~recording_output() {
 
 void recording_output::write(const char* data, std::uint64_t n) {
     file_->write(data, static_cast<std::int64_t>(n));
+}
+
+void recording_output::write_again(std::uint64_t at, const char* data, std::size_t n) {
+    file_->write_again(at, data, n);
 }
 
 void recording_output::publish() {

@@ -8,8 +8,8 @@
 
 namespace host {
 
-/// A recording in the making: under another name until it is whole. Devices and pipes are written
-/// as they are.
+/// A recording, or another file, in the making: under another name until it is whole. Devices and
+/// pipes are written as they are.
 class recording_output {
   public:
     /// Creates the file. Throws simulator::output_error.
@@ -19,8 +19,15 @@ class recording_output {
     /// Removes what was not published.
     ~recording_output();
 
+    /// The name of the file until it is whole; `path` itself of devices and pipes.
+    static std::filesystem::path name_until_whole(const std::string& path);
+
     /// Throws simulator::output_error.
     void write(const char* data, std::uint64_t n);
+
+    /// Replaces bytes that were written before; devices and pipes may refuse. Throws
+    /// simulator::output_error.
+    void write_again(std::uint64_t at, const char* data, std::size_t n);
 
     /// What write writes to, for an encoder. Closed by publish.
     const std::shared_ptr<simulator::recording_file>& connection() const noexcept { return file_; }

@@ -94,7 +94,19 @@ bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t coun
     }
     cutHeld(at, at + count);
     end_ = std::max(end_, at + count);
-    return behind_.write(at, static_cast<const std::byte*>(bytes), count);
+    const auto* const from = static_cast<const std::byte*>(bytes);
+    if (offer_ && bytes == offered_ && count == offer_->bytes()) {
+        return behind_.lend(at, from, std::move(offer_));
+    }
+    return behind_.write(at, from, count);
+}
+
+void CommitFile::offer(const void* bytes, std::shared_ptr<Holdfast::Loan> loan) noexcept {
+    if (offer_) {
+        offer_->end();
+    }
+    offered_ = bytes;
+    offer_ = std::move(loan);
 }
 
 void CommitFile::cutHeld(std::uint64_t from, std::uint64_t to) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,9 @@ class CommitFile {
     std::uint64_t leftInPage() const noexcept;
 
     bool writeData(std::uint64_t at, const void* bytes, std::size_t count);
+    /// Says that the bytes of the loan at `bytes`, should they be the next column data as a whole,
+    /// need no copy. Null ends that, and the loan if it was not taken up.
+    void offer(const void* bytes, std::shared_ptr<Holdfast::Loan> loan) noexcept;
     bool writeStructure(std::uint64_t at, const void* bytes, std::size_t count);
     /// Bytes beyond the file's end read as zero.
     bool read(std::uint64_t at, void* bytes, std::size_t count);
@@ -83,6 +87,8 @@ class CommitFile {
     bool named_ = false;
     int descriptor_;
     WriteBehind behind_;
+    const void* offered_ = nullptr;
+    std::shared_ptr<Holdfast::Loan> offer_;
     std::map<std::uint64_t, Bytes> held_; // disjoint
     std::uint64_t allocated_ = 0;
     std::uint64_t end_ = 0;

@@ -290,6 +290,21 @@ void setAttribute(hid_t object, const std::string& name, TypePair types, hid_t s
     attribute.close();
 }
 
+/// A column that the file need not copy while it is written.
+class LentColumn {
+  public:
+    LentColumn(CommitFile& file, std::shared_ptr<Holdfast::Loan> loan, const void* bytes)
+        : file_(file) {
+        file_.offer(bytes, std::move(loan));
+    }
+    LentColumn(const LentColumn&) = delete;
+    LentColumn& operator=(const LentColumn&) = delete;
+    ~LentColumn() { file_.offer(nullptr, nullptr); }
+
+  private:
+    CommitFile& file_;
+};
+
 } // namespace
 
 struct K7File::State {
@@ -499,6 +514,7 @@ void K7File::store(const std::string& path, const std::string& name, const MemBa
             pieces = headerPieces(group);
         }
         if (array.rows() != 0 && array.width() != 0) {
+            const LentColumn lent(*s.medium, s.write_behind ? array.lend() : nullptr, array.raw());
             check(H5Dwrite(dataset, types.memory, H5S_ALL, H5S_ALL, H5P_DEFAULT, array.raw()));
         }
         dataset.close();

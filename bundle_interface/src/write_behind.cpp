@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -90,6 +91,28 @@ bool WriteBehind::write(std::uint64_t at, const std::byte* bytes, std::size_t co
     return true;
 }
 
+bool WriteBehind::lend(std::uint64_t at, const std::byte* bytes,
+                       std::shared_ptr<Holdfast::Loan> loan) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (!error_.empty()) {
+            loan->end();
+            return false;
+        }
+        const auto waits_behind = [](const Job& j) {
+            return j.kind == Kind::write && !(j.loan && j.loan->urgent());
+        };
+        auto place = jobs_.end();
+        while (loan->urgent() && place != jobs_.begin() && waits_behind(*std::prev(place))) {
+            --place;
+        }
+        const std::size_t count = loan->bytes();
+        jobs_.insert(place, {Kind::write, at, nullptr, count, 0, bytes, std::move(loan)});
+    }
+    changed_.notify_all();
+    return true;
+}
+
 bool WriteBehind::resize(std::uint64_t size) {
     return hand_over({Kind::resize, size, nullptr, 0, 0});
 }
@@ -114,10 +137,23 @@ std::string WriteBehind::error() const {
     return error_;
 }
 
+std::string WriteBehind::writeLent(const Job& job) const {
+    std::string failure;
+    for (std::size_t done = 0; done < job.count && failure.empty();) {
+        const std::size_t n = std::min(job.count - done, block_size);
+        failure = writeAll(descriptor_, job.at + done, job.lent + done, n);
+        done += n;
+        job.loan->giveBack(done);
+    }
+    job.loan->end();
+    return failure;
+}
+
 std::string WriteBehind::carry_out(const Job& job) const {
     switch (job.kind) {
     case Kind::write:
-        return writeAll(descriptor_, job.at, job.bytes.get(), job.count);
+        return job.loan ? writeLent(job)
+                        : writeAll(descriptor_, job.at, job.bytes.get(), job.count);
     case Kind::resize:
         return ::ftruncate(descriptor_, static_cast<off_t>(job.at)) == 0
                    ? std::string()
@@ -126,6 +162,16 @@ std::string WriteBehind::carry_out(const Job& job) const {
         break;
     }
     return {};
+}
+
+void WriteBehind::drop() {
+    for (const Job& job : jobs_) {
+        if (job.loan) {
+            job.loan->end();
+        }
+    }
+    jobs_.clear();
+    waiting_ = 0;
 }
 
 void WriteBehind::work() {
@@ -145,8 +191,7 @@ void WriteBehind::work() {
         waiting_ -= job.capacity;
         if (!failure.empty()) {
             error_ = std::move(failure);
-            jobs_.clear();
-            waiting_ = 0;
+            drop();
         } else if (job.kind == Kind::mark) {
             reached_ = job.at;
             any_reached_ = true;

@@ -10,14 +10,17 @@
 #include <thread>
 #include <vector>
 
+#include "bundle_interface/holdfast/loan.hpp"
+
 namespace Skein {
 
 /// Carries out changes of a file on a thread of its own, in the order given, so that the caller
 /// computes while the system copies.
 ///
-/// Bytes are copied when handed over; up to `most_waiting` of them wait, beyond that the caller
-/// does. The first failure ends it: nothing is changed any more, and every later operation returns
-/// false. Operations may be called by one thread at a time.
+/// Bytes are copied when handed over, up to `most_waiting` of them wait, beyond that the caller
+/// does; or they are lent, and given back piece by piece as they are written. The first failure
+/// ends it: nothing is changed any more, and every later operation returns false. Operations may be
+/// called by one thread at a time.
 class WriteBehind {
   public:
     static constexpr std::size_t most_waiting = std::size_t{32} << 20;
@@ -30,6 +33,10 @@ class WriteBehind {
     ~WriteBehind();
 
     bool write(std::uint64_t at, const std::byte* bytes, std::size_t count);
+    /// As write, without a copy; `bytes` is what the loan lends, which is given back also where
+    /// nothing is written any more. An urgent loan goes ahead of other bytes that wait, but of
+    /// nothing else.
+    bool lend(std::uint64_t at, const std::byte* bytes, std::shared_ptr<Holdfast::Loan> loan);
     bool resize(std::uint64_t size);
     /// A point in the order that `reached` tells once all before it is done.
     bool mark(std::uint64_t value);
@@ -48,7 +55,9 @@ class WriteBehind {
         std::uint64_t at; ///< place, size or mark
         std::unique_ptr<std::byte[]> bytes;
         std::size_t count;
-        std::size_t capacity;
+        std::size_t capacity; ///< bytes that the job keeps; 0 for lent ones
+        const std::byte* lent = nullptr;
+        std::shared_ptr<Holdfast::Loan> loan = nullptr;
     };
 
     // Large enough that handing over costs nothing against the copy, small enough to stay in the
@@ -58,6 +67,8 @@ class WriteBehind {
     bool hand_over(Job job);
     void work();
     std::string carry_out(const Job& job) const;
+    std::string writeLent(const Job& job) const;
+    void drop();
     std::unique_ptr<std::byte[]> take_block();
 
     const int descriptor_;

@@ -9,11 +9,11 @@
 
 #include "driver.hpp"
 #include "losses.hpp"
+#include "packet_reader.hpp"
 #include "recording_files.hpp"
 #include "scanlib/counts_per_byte.hpp"
 #include "scanlib/file_connection.hpp"
 #include "scanlib/pointcloud.hpp"
-#include "scanlib/rxpmarker.hpp"
 #include "text_files.hpp"
 #include "wfm.hpp"
 
@@ -23,7 +23,6 @@ namespace {
 
 constexpr std::int64_t bytes_per_package = 2500;
 constexpr int fallback_total = 1000000;
-constexpr std::uint64_t preamble_bytes = 16;
 
 /// Tells the host what the conversion did, whichever way it ends. Made first, so that the file is
 /// finished by then.
@@ -122,28 +121,36 @@ class ConnectionControl : public StreamControl {
 class Pass {
   public:
     Pass(Input& input, const std::filesystem::path& file, WFM& wfm,
-         scanlib::basic_rconnection& connection,
-         const std::shared_ptr<scanlib::basic_rconnection>& owner, SummaryReport& report)
+         const std::shared_ptr<scanlib::basic_rconnection>& connection, SummaryReport& report)
         : input_(input)
         , file_(file)
         , wfm_(wfm)
-        , connection_(connection)
-        , counts_per_byte_(scanlib::counts_per_byte(connection))
-        , decoder_(owner, scanlib::decoder_capacity, scanlib::decoder_headroom, true)
+        , counts_per_byte_(scanlib::counts_per_byte(*connection))
+        , reader_(connection, !scanlib::is_live(*connection))
         , meta_engine_(std::make_shared<scanlib::pointcloud>(false))
-        , report_(report) {
-        decoder_.set_loss_log(&report.losses);
+        , report_(report) {}
+    Pass(const Pass&) = delete;
+    Pass& operator=(const Pass&) = delete;
+    ~Pass() {
+        reader_.stop();
+        report_.losses.add(reader_.losses());
+        report_.summary.bytes_in = position_ / counts_per_byte_;
     }
 
     /// Returns the error text of a failed store; leaves by exception when the stream fails.
     std::string run() {
         const auto scale = progress_scale(stream_size(file_));
-        int package = 0;
-        scanlib::basic_buffer packet;
-        for (next(packet); !decoder_.packet_truncated(); next(packet)) {
+        std::uint32_t package = 0; // wraps in a stream that long
+        std::uint32_t due = 0;     // the package at which progress is reported next
+        StreamPacket packet;
+        while (next(packet)) {
             feed_meta_engine(packet);
-            if (package % scale.step == 0 && input_.Progress.available()) {
-                input_.Progress->report("RXP-Package# ", package, scale.total);
+            if (package == due) {
+                due += static_cast<std::uint32_t>(scale.step);
+                if (input_.Progress.available()) {
+                    input_.Progress->report("RXP-Package# ", static_cast<int>(package),
+                                            scale.total);
+                }
             }
             deliver(packet);
             if (std::string text = wfm_.shall_we_write(false); !text.empty()) {
@@ -151,26 +158,26 @@ class Pass {
             }
             ++package;
         }
-        if (packet.begin() != packet.end()) {
+        if (packet.begin != packet.end) {
             report_.losses.note(scanlib::loss::last_packet);
         }
         return {};
     }
 
   private:
-    void next(scanlib::basic_buffer& packet) {
-        const std::uint64_t at = decoder_.tell();
-        report_.losses.at(at == 0 ? preamble_bytes : at);
-        decoder_.get(packet);
-        report_.summary.offset = decoder_.tell();
-        report_.summary.bytes_in = connection_.position() / counts_per_byte_;
+    bool next(StreamPacket& packet) {
+        report_.losses.at(reader_.offset());
+        const bool whole = reader_.next(packet);
+        report_.summary.offset = packet.behind;
+        position_ = packet.position;
+        return whole;
     }
 
     /// A packet that breaks half-way gives no rows.
-    void deliver(const scanlib::basic_buffer& packet) {
+    void deliver(const StreamPacket& packet) {
         const WFM::Rows rows = wfm_.staged();
         try {
-            wfm_.dispatch(packet.begin(), packet.end());
+            wfm_.dispatch(packet.begin, packet.end);
         } catch (...) {
             wfm_.unstage(rows);
             throw;
@@ -178,11 +185,11 @@ class Pass {
     }
 
     /// The second consumer only yields the metadata: it is fed until it has.
-    void feed_meta_engine(const scanlib::basic_buffer& packet) {
+    void feed_meta_engine(const StreamPacket& packet) {
         if (!meta_engine_) {
             return;
         }
-        meta_engine_->dispatch(packet.begin(), packet.end());
+        meta_engine_->dispatch(packet.begin, packet.end);
         try {
             meta_engine_->get_meta(wfm_.meta_stream, true);
             meta_engine_.reset();
@@ -195,9 +202,9 @@ class Pass {
     Input& input_;
     const std::filesystem::path& file_;
     WFM& wfm_;
-    scanlib::basic_rconnection& connection_;
-    std::uint64_t counts_per_byte_;
-    scanlib::decoder_rxpmarker decoder_;
+    const std::uint64_t counts_per_byte_;
+    std::uint64_t position_ = 0;
+    PacketReader reader_;
     std::shared_ptr<scanlib::pointcloud> meta_engine_;
     SummaryReport& report_;
 };
@@ -285,8 +292,7 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
         connection->open();
         output.opened();
         scanlib::note_unread_files(*connection, report.losses);
-        Pass pass(input, file, wfm, *connection, connection, report);
-        text = pass.run();
+        text = Pass(input, file, wfm, connection, report).run();
         if (text.empty()) {
             text = end_normally(input, file, wfm, *connection);
         }

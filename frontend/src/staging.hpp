@@ -62,7 +62,9 @@ class SkeinData<std::tuple<Columns...>> : public SkeinDataBase {
 
     std::string write(std::uint32_t fragment, std::uint32_t count, std::int32_t date_code,
                       bool leap_flag, bool skip_flag) override {
-        const FragmentStore store = {fragment, count, date_code, leap_flag, skip_flag};
+        constexpr std::size_t row_bytes = (Columns::row_bytes + ...);
+        const bool lend = count <= most_doubled / row_bytes;
+        const FragmentStore store = {fragment, count, date_code, leap_flag, skip_flag, lend};
         std::string text;
         const auto write_column = [&](auto& column) {
             column.write(store);

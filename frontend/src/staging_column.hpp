@@ -8,6 +8,7 @@
 #include <string>
 
 #include "bundle_interface/holdfast.hpp"
+#include "bundle_interface/holdfast/loan.hpp"
 #include "bundle_interface/rdb2skein.hpp"
 #include "bundle_interface/skein.hpp"
 #include "string_literal.hpp"
@@ -24,6 +25,25 @@ struct ColumnMemory {
     std::uint32_t last_width = 0;
 };
 
+/// A column's array that the bundle reads until it is written, without a copy of its own.
+template<int Rank, class Element>
+class LentArray : public Skein::MemArray<Rank, Element> {
+  public:
+    /// `urgent`: the next fragment's column goes on in the same memory.
+    template<class... Shape>
+    explicit LentArray(bool urgent, const Shape&... shape)
+        : Skein::MemArray<Rank, Element>(shape...), urgent_(urgent) {}
+
+    std::shared_ptr<Holdfast::Loan> lend() const override { return this->chunk().lend(urgent_); }
+
+  private:
+    bool urgent_;
+};
+
+/// Bytes of one grid's columns that may wait for the file while the next fragment's columns take
+/// other memory. Longer ones are copied piece by piece, so that memory stays bounded.
+constexpr std::size_t most_doubled = std::size_t{8} << 20;
+
 /// What is the same for all columns of one store.
 struct FragmentStore {
     std::uint32_t fragment;
@@ -31,6 +51,7 @@ struct FragmentStore {
     std::int32_t date_code;
     bool leap_flag;
     bool skip_flag;
+    bool lend; ///< whether rank-1 columns are short enough to wait in their own memory
 
     bool nothing_to_store() const noexcept { return count == 0 || skip_flag; }
     std::string name() const { return "Fragment_" + std::to_string(fragment); }
@@ -97,6 +118,7 @@ template<class Element, StringLiteral Name>
 class MyData<Element, 1, Name> : public ColumnBase {
   public:
     static constexpr auto name = Name;
+    static constexpr std::size_t row_bytes = sizeof(Element);
 
     ~MyData() {
         if (data.available()) {
@@ -149,7 +171,9 @@ class MyData<Element, 1, Name> : public ColumnBase {
         data->resize(store.count);
         rows = std::min(rows, store.count);
         modifyGPSTime(error, store.date_code, data, Name.text(), store.leap_flag);
-        const auto array = view();
+        const auto array =
+            store.lend ? Holdfast::StrongPtr<Skein::MemBase>(new LentArray<1, Element>(false, data))
+                       : view();
         const std::lock_guard lock(store_mutex());
         field->setPersistentData(array, id, Holdfast::Cache::MemCache(), "");
         if constexpr (Name == StringLiteral("GPSTime")) {
@@ -182,6 +206,7 @@ template<StringLiteral Name>
 class MyData<unsigned short, 2, Name> : public ColumnBase {
   public:
     static constexpr auto name = Name;
+    static constexpr std::size_t row_bytes = 0; // the next fragment goes on in the same memory
 
     ~MyData() {
         if (data.available()) {
@@ -196,9 +221,10 @@ class MyData<unsigned short, 2, Name> : public ColumnBase {
         memory_ = &memory;
         stride_ = std::min(width, memory.last_width);
         data = Holdfast::StrongPtr<Holdfast::Chunk<unsigned short>>(
-            new Holdfast::Chunk<unsigned short>(0, memory.slot));
+            new Holdfast::Chunk<unsigned short>(0, memory.slot, Holdfast::LentMemory::take));
         assigned_ = 0;
         ready_ = 0;
+        writable_ = 0;
     }
 
     /// Makes the rows below `end` ready. Throws std::bad_alloc.
@@ -214,6 +240,7 @@ class MyData<unsigned short, 2, Name> : public ColumnBase {
         if (count > stride_) {
             widen(std::min<std::size_t>(width, std::max(count, 2 * stride_)));
         }
+        await((row + 1) * stride_);
         clear_rows(row);
         unsigned short* const to = cells_ + row * stride_;
         std::copy_n(samples, count, to);
@@ -241,7 +268,7 @@ class MyData<unsigned short, 2, Name> : public ColumnBase {
         const auto id = field->makeFragmentID(store.name());
         shrink(store.count);
         const Holdfast::StrongPtr<Skein::MemBase> view(
-            new Skein::MemArray<2, unsigned short>(data, store.count, stride_));
+            new LentArray<2, unsigned short>(true, data, store.count, stride_));
         array = view;
         const std::lock_guard lock(store_mutex());
         field->setPersistentData(array, id, Holdfast::Cache::MemCache(), "");
@@ -261,9 +288,17 @@ class MyData<unsigned short, 2, Name> : public ColumnBase {
         cells_ = data->data();
     }
 
+    /// Waits until the file has read the cells below `end`, which the last fragment lent.
+    void await(std::size_t end) noexcept {
+        if (end > writable_) [[unlikely]] {
+            writable_ = data->await(end);
+        }
+    }
+
     /// Zeroes the rows that were left out below `row`.
     void clear_rows(std::size_t row) noexcept {
         if (row > assigned_) {
+            await(row * stride_);
             std::fill(cells_ + assigned_ * stride_, cells_ + row * stride_,
                       static_cast<unsigned short>(0));
             assigned_ = row;
@@ -272,6 +307,7 @@ class MyData<unsigned short, 2, Name> : public ColumnBase {
 
     void widen(std::size_t stride) {
         make_room(std::max(ready_, assigned_) * stride);
+        await(assigned_ * stride);
         for (std::size_t row = assigned_; row-- > 0;) {
             unsigned short* const to = cells_ + row * stride;
             std::memmove(to, cells_ + row * stride_, stride_ * sizeof *to);
@@ -307,6 +343,7 @@ class MyData<unsigned short, 2, Name> : public ColumnBase {
     std::size_t stride_ = 0;
     std::size_t assigned_ = 0;
     std::size_t ready_ = 0;
+    std::size_t writable_ = 0; ///< cells known to be lent to nobody
 };
 
 } // namespace Riegl

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bundle_interface/k7_reader.hpp"
+#include "grid_blocks.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,38 +13,26 @@ namespace host {
 /// rows. `file` outlives it. Throws Skein::K7ReadError.
 class grid_rows {
   public:
-    struct column {
-        const char* name;
-        std::size_t width; ///< values in a row
-    };
-
-    grid_rows(const Skein::K7Reader& file, const std::string& grid, std::vector<column> columns);
+    grid_rows(const Skein::K7Reader& file, const std::string& grid,
+              std::vector<grid_column> columns);
 
     /// Rows of all fragments; 0 where the grid is missing.
-    std::uint64_t size() const noexcept { return size_; }
+    std::uint64_t size() const noexcept { return source_.size(); }
     /// Goes to the first row, then to each next one; false behind the last.
     bool next();
     /// A value of the row.
     double value(std::size_t which, std::size_t component = 0) const {
-        return blocks_[which][row_ * columns_[which].width + component];
+        return blocks_[which][row_ * width(which) + component];
     }
     /// Values of the row from the first component on.
     const double* values(std::size_t which) const {
-        return blocks_[which].data() + row_ * columns_[which].width;
+        return blocks_[which].data() + row_ * width(which);
     }
 
   private:
-    bool open_next_fragment();
-    void load();
+    std::size_t width(std::size_t which) const { return source_.columns()[which].width; }
 
-    const Skein::K7Reader& file_;
-    std::string chart_;
-    std::vector<column> columns_;
-    std::vector<std::uint32_t> fragments_;
-    std::uint64_t size_ = 0;
-    std::size_t next_fragment_ = 0;
-    std::vector<Skein::K7Array> arrays_;
-    std::uint64_t loaded_ = 0; // rows of the open fragment up to the block's end
+    grid_blocks source_;
     std::vector<std::vector<double>> blocks_;
     std::size_t block_rows_ = 0;
     std::size_t row_ = 0;

@@ -1,5 +1,6 @@
 #include "scan_view.hpp"
 
+#include "scan_attribute.hpp"
 #include "scan_walk.hpp"
 #include "waveform_choice.hpp"
 
@@ -174,22 +175,8 @@ void draw(scan_view& view, const scan_shot& shot, std::span<const scan_echo> ech
     }
 }
 
-/// An attribute of the shots, if it is there and can be read.
-std::optional<Skein::K7Attribute>
-scan_attribute(const Skein::K7Reader& file, const std::string& slice, const std::string& name) {
-    try {
-        return file.attribute(slice + "/Shots", name);
-    } catch (const Skein::K7ReadError&) {
-        return std::nullopt;
-    }
-}
-
 void read_attributes(scan_view& view, const Skein::K7Reader& file, const std::string& slice) {
-    for (const char* name : {"type_id", "serial"}) {
-        if (const auto found = scan_attribute(file, slice, name); found && !found->text.empty()) {
-            view.instrument += (view.instrument.empty() ? "" : " ") + found->text;
-        }
-    }
+    view.instrument = instrument_name(file, slice);
     const auto sampling = scan_attribute(file, slice, "sampling_time");
     if (sampling && sampling->scalar && !sampling->numbers.empty()) {
         view.sampling_time = sampling->numbers.front();

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <unistd.h>
 
 namespace simulator {
 
@@ -29,6 +30,20 @@ std::int64_t recording_file::write(const char* data, std::int64_t n) {
     }
     bytes_ += size;
     return n;
+}
+
+void recording_file::write_again(std::uint64_t at, const char* data, std::size_t n) {
+    if (!file_) {
+        fail("write");
+    }
+    for (std::size_t done = 0; done < n;) {
+        const ssize_t written =
+            pwrite(fileno(file_.get()), data + done, n - done, static_cast<off_t>(at + done));
+        if (written < 0 && errno != EINTR) {
+            fail("write");
+        }
+        done += written < 0 ? 0 : static_cast<std::size_t>(written);
+    }
 }
 
 void recording_file::close() {

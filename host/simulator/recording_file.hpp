@@ -29,6 +29,9 @@ class recording_file : public scanlib::basic_wconnection {
     /// Throws output_error unless all of it was taken.
     std::int64_t write(const char* data, std::int64_t n) override;
 
+    /// Replaces bytes that were written before. Throws output_error.
+    void write_again(std::uint64_t at, const char* data, std::size_t n);
+
     /// Brings everything into the file. Throws output_error. Calls after the first do nothing.
     void close() override;
 

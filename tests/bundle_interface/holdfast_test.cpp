@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "bundle_interface/holdfast.hpp"
+#include "bundle_interface/holdfast/loan.hpp"
 #include "bundle_interface/skein.hpp"
 
 namespace {
@@ -123,6 +124,34 @@ TEST(Chunks, MemoryFromASlotComesZeroed) {
     for (std::size_t i = 0; i < next.size(); ++i) {
         ASSERT_EQ(next[i], 0);
     }
+}
+
+TEST(Chunks, SlotLeavesLentMemoryAloneUnlessAskedFor) {
+    const auto slot = std::make_shared<Holdfast::BufferSlot>();
+    std::shared_ptr<Holdfast::Loan> loan;
+    const void* place = nullptr;
+    {
+        Chunk<double> chunk(500, slot);
+        place = chunk.raw();
+        loan = chunk.lend(false);
+    }
+    const Chunk<double> other(500, slot);
+    EXPECT_NE(other.raw(), place);
+    const Chunk<double> taken(0, slot, Holdfast::LentMemory::take);
+    EXPECT_EQ(taken.raw(), place);
+    loan->end();
+}
+
+TEST(Chunks, LentElementsAreBackFromTheFirstOn) {
+    Chunk<double> chunk(500);
+    const auto loan = chunk.lend(true);
+    EXPECT_EQ(loan->bytes(), 4000U);
+    loan->giveBack(84);
+    EXPECT_EQ(chunk.await(10), 10U);
+    EXPECT_FALSE(loan->ended());
+    loan->end();
+    EXPECT_EQ(chunk.await(500), chunk.capacity());
+    EXPECT_TRUE(loan->ended());
 }
 
 TEST(Chunks, ImpossibleSizesThrow) {

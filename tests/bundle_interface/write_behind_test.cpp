@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -41,10 +45,10 @@ class Scratch {
 
 std::vector<std::byte> noise(std::size_t count, unsigned seed) {
     std::mt19937 random(seed);
+    std::vector<std::uint32_t> words(count / 4 + 1);
+    std::generate(words.begin(), words.end(), random);
     std::vector<std::byte> bytes(count);
-    for (std::byte& b : bytes) {
-        b = static_cast<std::byte>(random());
-    }
+    std::memcpy(bytes.data(), words.data(), count);
     return bytes;
 }
 
@@ -101,6 +105,67 @@ TEST(ConcurrentWriteBehind, MarksTellWhatIsDone) {
     ASSERT_TRUE(behind.drain());
     EXPECT_EQ(behind.reached(99), 5u);
     EXPECT_EQ(file.content().size(), 500u);
+}
+
+TEST(ConcurrentWriteBehind, LentBytesAreGivenBackFromTheirStartAsTheyAreWritten) {
+    Scratch file;
+    WriteBehind behind(file.descriptor());
+    std::vector<std::byte> expected;
+    auto lent = noise(7'000'001, 8);
+    for (unsigned round = 0; round < 4; ++round) {
+        expected.insert(expected.end(), lent.begin(), lent.end());
+        const auto loan = std::make_shared<Holdfast::Loan>(lent.size(), round % 2 == 0);
+        ASSERT_TRUE(behind.lend(expected.size() - lent.size(), lent.data(), loan));
+        // The owner goes on in the same memory behind the writer.
+        const auto next = noise(lent.size(), 9 + round);
+        for (std::size_t i = 0; i < lent.size(); i += 10'000) {
+            const std::size_t end = std::min(i + 10'000, lent.size());
+            ASSERT_GE(loan->await(end), end);
+            std::copy(next.begin() + static_cast<std::ptrdiff_t>(i),
+                      next.begin() + static_cast<std::ptrdiff_t>(end),
+                      lent.begin() + static_cast<std::ptrdiff_t>(i));
+        }
+        EXPECT_TRUE(loan->ended());
+    }
+    ASSERT_TRUE(behind.drain());
+    EXPECT_TRUE(file.content() == expected);
+}
+
+TEST(ConcurrentWriteBehind, UrgentLoansPassOtherBytesButNoMark) {
+    // All go to the same place, so that the last one carried out shows.
+    const std::vector<std::byte> busy(std::size_t{200} << 20);
+    const auto early = noise(1000, 2);
+    const auto plain = noise(1000, 3);
+    const auto urgent = noise(1000, 4);
+    const auto loan_of = [](const auto& bytes, bool hurry) {
+        return std::make_shared<Holdfast::Loan>(bytes.size(), hurry);
+    };
+    Scratch file;
+    WriteBehind behind(file.descriptor());
+    // Meanwhile the others queue up.
+    ASSERT_TRUE(behind.lend(5000, busy.data(), loan_of(busy, true)));
+    ASSERT_TRUE(behind.write(0, early.data(), early.size()));
+    ASSERT_TRUE(behind.mark(1));
+    ASSERT_TRUE(behind.lend(0, plain.data(), loan_of(plain, false)));
+    ASSERT_TRUE(behind.lend(0, urgent.data(), loan_of(urgent, true)));
+    ASSERT_TRUE(behind.drain());
+    const auto content = file.content();
+    EXPECT_TRUE(std::equal(plain.begin(), plain.end(), content.begin()));
+}
+
+TEST(ConcurrentWriteBehind, LentBytesAreGivenBackBehindAFailureToo) {
+    WriteBehind behind(-1);
+    const auto bytes = noise(3'000'000, 7);
+    std::vector<std::shared_ptr<Holdfast::Loan>> loans;
+    for (int i = 0; i < 5; ++i) {
+        loans.push_back(std::make_shared<Holdfast::Loan>(bytes.size(), i == 2));
+        behind.lend(0, bytes.data(), loans.back());
+    }
+    for (const auto& loan : loans) {
+        EXPECT_EQ(loan->await(bytes.size()), bytes.size());
+    }
+    EXPECT_FALSE(behind.drain());
+    EXPECT_EQ(behind.error(), "write: Bad file descriptor");
 }
 
 TEST(ConcurrentWriteBehind, NothingHappensBehindAFailure) {

@@ -51,6 +51,7 @@ class Json(HostCase):
         'inspect': ('scan.rxp', '--time-range', '43200:43200.01'),
         'verify': ('scan.k7',),
         'look': ('scan.k7', '--png', 'scan.png'),
+        'export': ('scan.k7', 'scan.las'),
         'simulate': ('new.rxp', '--shots', 100),
         'assemble': ('scan.txt', 'new.rxp'),
     }
@@ -64,6 +65,7 @@ class Json(HostCase):
         'check-override': (('scan.rxp', 'gone.pxp'), 3),
         'verify': (('gone.k7',), 3),
         'look': (('gone.k7',), 3),
+        'export': (('gone.k7', 'scan.las'), 3),
         'simulate': (('no/new.rxp',), 5),
         'assemble': (('broken.txt', 'new.rxp'), 3),
     }

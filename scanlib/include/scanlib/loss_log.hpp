@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -69,6 +70,15 @@ class loss_log {
             e.first_offset = offset_;
         }
         e.count += n;
+    }
+
+    /// Adds the cases of another log of the same stream.
+    void add(const loss_log& other) noexcept {
+        for (std::size_t i = 0; i < kinds; ++i) {
+            entries_[i].count += other.entries_[i].count;
+            entries_[i].first_offset =
+                std::min(entries_[i].first_offset, other.entries_[i].first_offset);
+        }
     }
 
     /// Number of cases of `kind` so far.

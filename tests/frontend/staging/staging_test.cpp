@@ -249,6 +249,39 @@ TEST_F(Staging, HugeFragmentSizeAndWaveformLengthTakeNoMemoryAhead) {
     EXPECT_THAT(finished()->read("Waveforms", "Waveforms", 0).shape, testing::ElementsAre(1, 2));
 }
 
+using ConcurrentStaging = Staging;
+
+TEST_F(ConcurrentStaging, RowsAreStagedBehindTheFragmentThatIsStillWritten) {
+    constexpr std::uint32_t rows = 5000;
+    input_.FragSize = rows;
+    input_.Exported_FWF_LENGTH = 400;
+    const auto sample = [](std::uint32_t fragment, std::uint32_t row) {
+        return static_cast<unsigned short>(fragment * 1000 + row);
+    };
+    // Widths that grow, shrink and stay, so that rows come to lie elsewhere than those written.
+    const std::vector<std::size_t> widths = {200, 300, 300, 100, 400};
+    for (std::uint32_t f = 0; f < widths.size(); ++f) {
+        for (std::uint32_t row = 0; row < rows; ++row) {
+            shot(f * 10000.0 + row);
+            waveform(Samples(row % 3 == 0 ? widths[f] : 1, sample(f, row)));
+        }
+        cut();
+    }
+    const auto k7 = finished();
+    for (std::uint32_t f = 0; f < widths.size(); ++f) {
+        const auto stored = k7->read("Waveforms", "Waveforms", f);
+        ASSERT_THAT(stored.shape, testing::ElementsAre(rows, widths[f]));
+        const auto times = k7->read("Shots", "GPSTime", f);
+        for (std::uint32_t row = 0; row < rows; ++row) {
+            const auto* first = &stored.values[row * widths[f]];
+            ASSERT_EQ(times.values[row], f * 10000.0 + row);
+            ASSERT_EQ(first[0], sample(f, row));
+            ASSERT_EQ(first[1], row % 3 == 0 ? sample(f, row) : 0);
+            ASSERT_EQ(first[widths[f] - 1], row % 3 == 0 ? sample(f, row) : 0);
+        }
+    }
+}
+
 TEST_F(Staging, SecondWriteOfTheSameRowsGivesTheSameValues) {
     shot(1);
     waveform({1, 2});

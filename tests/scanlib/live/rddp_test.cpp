@@ -293,10 +293,11 @@ TEST_F(ConcurrentRddp, CancelEndsAReceive) {
 
 TEST(RddpFailures, NoSocketLeftIsToldOnOpening) {
     rddp_rconnection connection("rddp://127.0.0.1:0", "", "");
-    // The type check of an instrumented build takes descriptors for each class that it has not seen yet: let it
-    // see those of a failure.
+    // The type check of an instrumented build takes descriptors for each class that it has not seen
+    // yet: let it see those of a failure.
     rddp_rconnection elsewhere("rddp://192.0.2.1:0", "", "");
-    EXPECT_EQ(failure<std::system_error>([&] { elsewhere.open(); }), "bind: Cannot assign requested address");
+    EXPECT_EQ(failure<std::system_error>([&] { elsewhere.open(); }),
+              "bind: Cannot assign requested address");
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <memory>
@@ -13,17 +14,23 @@
 namespace Holdfast {
 
 class BufferSlot;
+class Loan;
+
+/// Whether memory may be taken over that a borrower still reads.
+enum class LentMemory : std::uint8_t { leave, take };
 
 /// Owned raw memory. Bytes beyond `dirty()` are zero. A buffer with a home slot goes back there
-/// when it is released, so that its pages need not be faulted in anew.
+/// when it is released, so that its pages need not be faulted in anew. Lent memory is only read
+/// until it is given back: zero(), grow() and the release to the system wait for that, and
+/// whoever writes through data() calls await() first.
 class Buffer {
   public:
     Buffer() noexcept = default;
     /// At least `bytes` bytes of zeros. Throws std::bad_alloc.
     explicit Buffer(std::size_t bytes);
-    /// The buffer kept in `slot` if it is large enough, else new memory; released into `slot`. The
+    /// A buffer kept in `slot` if one is large enough, else new memory; released into `slot`. The
     /// first `dirty()` bytes hold old values.
-    Buffer(std::size_t bytes, std::shared_ptr<BufferSlot> slot);
+    Buffer(std::size_t bytes, std::shared_ptr<BufferSlot> slot, LentMemory lent);
     Buffer(Buffer&& other) noexcept { swap(other); }
     Buffer& operator=(Buffer&& other) noexcept {
         Buffer taken(std::move(other));
@@ -43,6 +50,12 @@ class Buffer {
     /// nothing changed.
     void grow(std::size_t bytes, std::size_t used);
 
+    /// Lends the first `bytes` bytes, which are back from the borrower before.
+    std::shared_ptr<Loan> lend(std::size_t bytes, bool urgent);
+    bool lent() const noexcept;
+    /// Waits until the bytes below `end` are back. Returns how many bytes may be written.
+    std::size_t await(std::size_t end) noexcept;
+
   private:
     friend class BufferSlot;
     void swap(Buffer& other) noexcept;
@@ -51,19 +64,22 @@ class Buffer {
     std::size_t capacity_ = 0;
     std::size_t dirty_ = 0;
     std::shared_ptr<BufferSlot> slot_;
+    std::shared_ptr<Loan> loan_;
 };
 
-/// Keeps the memory of one released buffer for the next of its kind. Safe between threads.
+/// Keeps the memory of released buffers for the next of their kind: two, one of which may be lent
+/// while the other is in use. Safe between threads.
 class BufferSlot {
   public:
-    /// The kept buffer, or an empty one; the slot is empty afterwards.
-    Buffer take() noexcept;
-    /// Keeps the larger of the kept buffer and `buffer`.
+    /// The largest kept buffer, or an empty one; with LentMemory::leave the largest that is not
+    /// lent.
+    Buffer take(LentMemory lent) noexcept;
+    /// Keeps the two largest of the kept buffers and `buffer`.
     void keep(Buffer buffer) noexcept;
 
   private:
     std::mutex mutex_;
-    Buffer kept_;
+    std::array<Buffer, 2> kept_;
 };
 
 /// Heap array of some element type, seen without the type.
@@ -100,8 +116,18 @@ class ChunkBase : public ReferenceBase<ChunkBase> {
     /// Number of elements that fit without new memory.
     std::size_t capacity() const noexcept { return buffer_.capacity() / elementSize_; }
 
+    /// Lends the elements to a borrower who reads them, also after this object is gone. Until they
+    /// are given back nobody may change them. Waits for the end of an earlier loan.
+    std::shared_ptr<Loan> lend(bool urgent) { return buffer_.lend(bytes(), urgent); }
+    /// Waits until the elements below `end`, which may be beyond size(), are back from a borrower
+    /// of the buffer. Returns how many may be written.
+    std::size_t await(std::size_t end) noexcept {
+        return buffer_.await(end * elementSize_) / elementSize_;
+    }
+
   protected:
-    ChunkBase(std::size_t size, std::size_t elementSize, std::shared_ptr<BufferSlot> slot);
+    ChunkBase(std::size_t size, std::size_t elementSize, std::shared_ptr<BufferSlot> slot,
+              LentMemory lent);
 
     std::byte* constBytes() const noexcept { return buffer_.data(); }
     /// For writing: all elements may differ from zero from here on.
@@ -124,8 +150,9 @@ class Chunk : public ChunkBase {
   public:
     /// `size` zeros. With a slot the memory comes from there if it fits, and goes back there.
     /// Throws std::bad_alloc, or std::length_error if the size has no byte count.
-    explicit Chunk(std::size_t size, std::shared_ptr<BufferSlot> slot = nullptr)
-        : ChunkBase(size, sizeof(T), std::move(slot)) {}
+    explicit Chunk(std::size_t size, std::shared_ptr<BufferSlot> slot = nullptr,
+                   LentMemory lent = LentMemory::leave)
+        : ChunkBase(size, sizeof(T), std::move(slot), lent) {}
 
     const std::type_info& elementType() const noexcept override { return typeid(T); }
     /// Valid until the next resize or reserve.

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <memory>
 #include <stdexcept>
 #include <typeinfo>
 
@@ -53,6 +54,9 @@ class MemBase : public Holdfast::ReferenceBase<MemBase> {
     virtual std::size_t rows() const noexcept = 0;
     virtual std::size_t width() const noexcept = 0;
     virtual const void* raw() const noexcept = 0;
+    /// Lends the elements, which the caller gives back when they are stored; null if they may
+    /// change or go as soon as the call that stores them is over, so that they have to be copied.
+    virtual std::shared_ptr<Holdfast::Loan> lend() const { return nullptr; }
 };
 
 /// Typed array of rank 1 or 2 that views a chunk and keeps it alive.
@@ -85,6 +89,9 @@ class MemArray : public MemBase {
     T& operator()(std::size_t row, std::size_t position = 0) const {
         return chunk_->data()[row * width_ + position];
     }
+
+  protected:
+    Holdfast::Chunk<T>& chunk() const { return *chunk_; }
 
   private:
     Holdfast::StrongPtr<Holdfast::Chunk<T>> chunk_;
