@@ -43,8 +43,9 @@ def micro(build, repeat):
                 line(name, b['items_per_second'] / 1e6, 'M/s')
             if 'bytes_per_second' in b:
                 line(name + '/bytes', b['bytes_per_second'] / 1e9, 'GB/s')
-            if 'ratio' in b:
-                line(name + '/ratio', b['ratio'], 'ratio')
+            for ratio in ('ratio', 'processor_ratio', 'closed_ratio'):
+                if ratio in b:
+                    line('%s/%s' % (name, ratio), b[ratio], 'ratio')
 
 
 def timed(command, output=None):

@@ -52,7 +52,7 @@ configure_file(cmake/rxp2k7.pc.in ${CMAKE_BINARY_DIR}/rxp2k7.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/rxp2k7.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 install(FILES README.md CHANGELOG.md docs/k7-format.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(FILES LICENSE RENAME copyright DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT local)
 
 # Man pages and completions come from the program's own help, so that they cannot fall behind it.
 if(NOT RXP2K7_SANITIZE)
@@ -66,7 +66,7 @@ if(NOT RXP2K7_SANITIZE)
     WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} VERBATIM)
   add_custom_target(rxp2k7_documents ALL DEPENDS ${documents}/made)
 
-  install(DIRECTORY ${documents}/man1 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT runtime)
+  install(DIRECTORY ${documents}/man1 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT local)
   set(share ${CMAKE_INSTALL_DATADIR})
   install(FILES ${documents}/completions/rxp2k7 DESTINATION ${share}/bash-completion/completions COMPONENT runtime)
   install(FILES ${documents}/completions/rxp2k7.fish DESTINATION ${share}/fish/vendor_completions.d COMPONENT runtime)
@@ -76,14 +76,35 @@ if(NOT RXP2K7_SANITIZE)
     EXCLUDE_FROM_ALL)
 endif()
 
+# What Debian's policy asks for and an installation from the sources has no use of: packed pages, and for each package the
+# files that tell where it comes from.
+set(CPACK_PACKAGE_CONTACT "rxp2k7 developers <rxp2k7@example.org>" CACHE STRING "Who maintains the packages")
+if(NOT RXP2K7_SANITIZE)
+  set(packed ${CMAKE_BINARY_DIR}/debian)
+  configure_file(cmake/debian/changelog.in ${packed}/changelog @ONLY)
+  add_custom_command(OUTPUT ${packed}/made
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${packed}/man1
+    COMMAND ${CMAKE_COMMAND} -E copy_directory ${documents}/man1 ${packed}/man1
+    COMMAND gzip -9nrf ${packed}/man1
+    COMMAND gzip -9nkf ${packed}/changelog
+    COMMAND ${CMAKE_COMMAND} -E touch ${packed}/made
+    DEPENDS ${documents}/made ${packed}/changelog VERBATIM)
+  add_custom_target(rxp2k7_debian ALL DEPENDS ${packed}/made)
+  add_dependencies(rxp2k7_debian rxp2k7_documents)
+  install(DIRECTORY ${packed}/man1 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT debian EXCLUDE_FROM_ALL)
+  set(origin ${packed}/changelog.gz cmake/debian/copyright)
+  set(doc ${CMAKE_INSTALL_DATADIR}/doc)
+  install(FILES ${origin} DESTINATION ${doc}/rxp2k7 COMPONENT debian EXCLUDE_FROM_ALL)
+  install(FILES ${origin} DESTINATION ${doc}/rxp2k7-dev COMPONENT debian_development EXCLUDE_FROM_ALL)
+endif()
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME rxp2k7)
 set(CPACK_PACKAGE_VENDOR rxp2k7)
-set(CPACK_PACKAGE_CONTACT "rxp2k7 developers <rxp2k7@localhost>" CACHE STRING "Who maintains the packages")
 set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime debian development)
+set(CPACK_COMPONENTS_ALL runtime debian development debian_development)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -92,15 +113,22 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME rxp2k7)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR})
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA ${CMAKE_SOURCE_DIR}/cmake/debian/triggers)
 set(CPACK_DEBIAN_CLIENTS_PACKAGE_NAME rxp2k7-dev)
 set(CPACK_DEBIAN_CLIENTS_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_CLIENTS_PACKAGE_DEPENDS "rxp2k7 (= ${PROJECT_VERSION})")
-include(CPack)
-cpack_add_component_group(program DESCRIPTION "Turns laser-scanner recordings into K7 files\n\
- K7 files are HDF5 files with a row for every laser shot, every echo and every waveform of a recording.")
-cpack_add_component_group(clients DESCRIPTION "Headers of librxp2k7, which turns laser-scanner recordings into K7 files\n\
+# The first line is the summary.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "Turns laser-scanner recordings into K7 files\n\
+ K7 files are HDF5 files with a row for every laser shot, every echo\n\
+ and every waveform of a recording.")
+set(CPACK_DEBIAN_CLIENTS_DESCRIPTION "Headers of librxp2k7, which turns laser-scanner recordings into K7 files\n\
  For programs that convert recordings themselves.")
+include(CPack)
+cpack_add_component_group(program)
+cpack_add_component_group(clients)
 cpack_add_component(runtime GROUP program REQUIRED)
 cpack_add_component(debian GROUP program REQUIRED HIDDEN)
 cpack_add_component(development GROUP clients)
+cpack_add_component(debian_development GROUP clients HIDDEN)

@@ -1,4 +1,5 @@
 #include "bundle_interface/k7_reader.hpp"
+#include "bundle_interface/whole_file.hpp"
 #include "command_result.hpp"
 #include "commands.hpp"
 #include "contained_run.hpp"
@@ -9,50 +10,21 @@
 #include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 
 namespace host {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 struct look_options {
     std::string input;
     std::string png;
     bool json = false;
 };
-
-struct closer {
-    void operator()(std::FILE* f) const noexcept { std::fclose(f); }
-};
-
-/// Empty, or why the file is not there; then no part of it stays.
-std::string write_file(const std::string& path, const std::string& bytes) {
-    const std::string refusal = "cannot write \"" + path + "\": ";
-    std::unique_ptr<std::FILE, closer> file(std::fopen(path.c_str(), "wb"));
-    if (!file) {
-        return refusal + std::generic_category().message(errno);
-    }
-    errno = 0;
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-    const int failure = errno;
-    if (std::fclose(file.release()) == 0 && written) {
-        return {};
-    }
-    const std::string reason = std::generic_category().message(written ? errno : failure);
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(path, ignored)) {
-        std::filesystem::remove(path, ignored);
-    }
-    return refusal + reason;
-}
 
 std::string json_of(const value_bounds& bounds) {
     json_array ends;
@@ -153,27 +125,6 @@ exit_code refuse(const look_options& options, const std::string& text, exit_code
     return refuse(text, code);
 }
 
-/// Draws under another name, so that no half picture has the output's. Empty, or why it is not
-/// there.
-std::string put_picture(const std::string& output, const std::string& bytes) {
-    std::error_code error;
-    const bool replaceable = !fs::exists(output, error) || fs::is_regular_file(output, error);
-    if (!replaceable) {
-        return write_file(output, bytes);
-    }
-    const fs::path resolved = fs::canonical(output, error);
-    const std::string path = error ? output : resolved.string();
-    std::string failed = write_file(path + ".part", bytes);
-    if (failed.empty()) {
-        fs::rename(path + ".part", path, error);
-        failed = error ? "cannot write \"" + output + "\": " + error.message() : "";
-    }
-    if (!failed.empty()) {
-        fs::remove(path + ".part", error);
-    }
-    return failed;
-}
-
 /// What is printed of a picture that is there.
 std::string told_of(const look_options& options, const scan_view& view, exit_code code) {
     if (view.unclaimed != 0) {
@@ -202,9 +153,10 @@ exit_code look_at(const look_options& options, std::string& told) {
     } catch (const Skein::K7ReadError& e) {
         return refuse(options, e.what(), exit_code::input_unreadable, told);
     }
-    const std::string failed = put_picture(output, draw_scan_page(view));
+    const std::string failed = Holdfast::writeWholeFile(output, draw_scan_page(view));
     if (!failed.empty()) {
-        return refuse(options, failed, exit_code::output_failed, told);
+        return refuse(options, "cannot write \"" + output + "\": " + failed,
+                      exit_code::output_failed, told);
     }
     const exit_code code =
         view.failure.empty() ? exit_code::good : refuse(view.failure, exit_code::input_damaged);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <cstddef>
 #include <filesystem>
 #include <iterator>
 #include <limits>
@@ -13,6 +13,7 @@
 
 #include <hdf5.h>
 
+#include "k7_names.hpp"
 #include "storage_library.hpp"
 
 namespace Skein {
@@ -25,9 +26,11 @@ using storage::Handle;
 using storage::libraryMutex;
 using storage::Quiet;
 
-constexpr const char* chart_name = "StandardCartesianChart3D";
 constexpr std::uint64_t most_attribute_values = 1U << 20U;
 constexpr std::uint64_t largest_chunk_bytes = 1U << 26U;
+// The library takes some KiB for each chunk that one call reads from.
+constexpr std::uint64_t most_chunks_at_once = 1024;
+constexpr auto all_rows = std::numeric_limits<std::uint64_t>::max();
 // Deflate makes a byte of at most 1032, and shuffle none.
 constexpr std::uint64_t most_values_per_byte = 1040;
 
@@ -183,17 +186,22 @@ void checkFilters(hid_t creation) {
     }
 }
 
-void checkChunks(hid_t dataset, hid_t creation, const std::vector<hsize_t>& shape,
-                 std::uint64_t element_bytes) {
+/// Throws where the chunks are not what they should be. Gives the rows that one call may read.
+std::uint64_t checkChunks(hid_t dataset, hid_t creation, const std::vector<hsize_t>& shape,
+                          std::uint64_t element_bytes) {
     std::vector<hsize_t> chunk(shape.size());
     check(H5Pget_chunk(creation, static_cast<int>(chunk.size()), chunk.data()));
     if (productOf(chunk, element_bytes) > largest_chunk_bytes) {
         throw Failure{"its chunks are too large"};
     }
-    hsize_t expected = 1;
-    for (std::size_t i = 0; i < shape.size(); ++i) {
-        expected = product(expected, chunk[i] == 0 ? 0 : (shape[i] + chunk[i] - 1) / chunk[i]);
+    const auto along = [&](std::size_t i) {
+        return chunk[i] == 0 ? 0 : (shape[i] + chunk[i] - 1) / chunk[i];
+    };
+    const std::uint64_t in_a_row = shape.size() < 2 ? 1 : along(1);
+    if (in_a_row > most_chunks_at_once) {
+        throw Failure{"its chunks are too small"};
     }
+    const std::uint64_t expected = product(along(0), in_a_row);
     const Handle space(H5Dget_space(dataset), H5Sclose);
     hsize_t stored = 0;
     check(H5Dget_num_chunks(dataset, space, &stored));
@@ -201,11 +209,13 @@ void checkChunks(hid_t dataset, hid_t creation, const std::vector<hsize_t>& shap
         throw Failure{std::to_string(stored) + " of " + std::to_string(expected) +
                       " chunks are stored"};
     }
+    return product(chunk[0], most_chunks_at_once / std::max<std::uint64_t>(in_a_row, 1));
 }
 
-/// Throws where the file cannot hold what the array says it has.
-void checkStorage(hid_t dataset, const std::vector<hsize_t>& shape, std::uint64_t element_bytes,
-                  std::uint64_t file_bytes) {
+/// Throws where the file cannot hold what the array says it has. Gives the rows that one call may
+/// read.
+std::uint64_t checkStorage(hid_t dataset, const std::vector<hsize_t>& shape,
+                           std::uint64_t element_bytes, std::uint64_t file_bytes) {
     const Handle creation(H5Dget_create_plist(dataset), H5Pclose);
     const H5D_layout_t layout = check(H5Pget_layout(creation));
     if (layout == H5D_VIRTUAL || check(H5Pget_external_count(creation)) != 0) {
@@ -219,65 +229,15 @@ void checkStorage(hid_t dataset, const std::vector<hsize_t>& shape, std::uint64_
         throw Failure{"it has more values than the file can hold"};
     }
     if (bytes == 0) {
-        return;
+        return all_rows;
     }
     if (H5Dget_storage_size(dataset) == 0) {
         throw Failure{"its values were never stored"};
     }
-    if (layout == H5D_CHUNKED) {
-        checkChunks(dataset, creation, shape, element_bytes);
-    }
-}
-
-/// The number of a name "<prefix>_<number>", as it is written and in no other way.
-std::optional<std::uint32_t> numberOf(std::string_view name, std::string_view prefix) {
-    if (!name.starts_with(prefix)) {
-        return std::nullopt;
-    }
-    name.remove_prefix(prefix.size());
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-    const bool whole = error == std::errc() && end == name.data() + name.size();
-    return whole && (name.size() == 1 || name.front() != '0') ? std::optional(number)
-                                                              : std::nullopt;
-}
-
-constexpr std::string_view fragment_prefix = "Fragment_";
-constexpr std::string_view slice_prefix = "Slice_";
-
-std::string placeText(const std::string& file, const std::string& object,
-                      const std::string& cause) {
-    return "K7: cannot read " + file + (object.empty() ? "" : ": " + object) + ": " + cause;
+    return layout == H5D_CHUNKED ? checkChunks(dataset, creation, shape, element_bytes) : all_rows;
 }
 
 } // namespace
-
-K7ReadError::K7ReadError(const std::string& file, std::string object, std::string cause)
-    : std::runtime_error(placeText(file, object, cause))
-    , object_(std::move(object))
-    , cause_(std::move(cause)) {}
-
-const char* nameOf(K7Type type) noexcept {
-    switch (type) {
-    case K7Type::f64:
-        return "f64";
-    case K7Type::f32:
-        return "f32";
-    case K7Type::i32:
-        return "i32";
-    case K7Type::u32:
-        return "u32";
-    case K7Type::u16:
-        return "u16";
-    case K7Type::u8:
-        return "u8";
-    case K7Type::text:
-        return "text";
-    case K7Type::other:
-        break;
-    }
-    return "another type";
-}
 
 struct K7Reader::State {
     std::string path;
@@ -320,6 +280,9 @@ bool K7Reader::State::enter(const std::string& wanted) {
     if (group_path == wanted && group >= 0) {
         return true;
     }
+    if (!k7::isPath(wanted)) {
+        return false;
+    }
     Handle at(H5Gopen2(file, "/", H5P_DEFAULT), H5Gclose);
     for (std::size_t begin = 1; begin < wanted.size();) {
         const std::size_t end = std::min(wanted.find('/', begin), wanted.size());
@@ -336,10 +299,10 @@ bool K7Reader::State::enter(const std::string& wanted) {
 }
 
 K7Reader::Kind K7Reader::State::kindOf(const std::string& object) {
-    const std::size_t slash = object.rfind('/');
-    if (slash == std::string::npos || object.size() == 1) {
+    if (object == "/" || !k7::isPath(object)) {
         return object == "/" ? Kind::group : Kind::none;
     }
+    const std::size_t slash = object.rfind('/');
     const std::string parent = slash == 0 ? "/" : object.substr(0, slash);
     return enter(parent) ? linkOf(group, object.substr(slash + 1)) : Kind::none;
 }
@@ -413,14 +376,14 @@ std::vector<std::string> K7Reader::members(const std::string& group) const {
 std::vector<std::string> K7Reader::slices() const {
     std::vector<std::uint32_t> numbers;
     for (const std::string& name : members("/")) {
-        if (const auto number = numberOf(name, slice_prefix)) {
+        if (const auto number = k7::sliceNumber(name)) {
             numbers.push_back(*number);
         }
     }
     std::sort(numbers.begin(), numbers.end());
     std::vector<std::string> paths;
     for (const std::uint32_t number : numbers) {
-        paths.push_back(std::string("/").append(slice_prefix).append(std::to_string(number)));
+        paths.push_back(k7::slicePath(number));
     }
     return paths;
 }
@@ -442,7 +405,7 @@ std::vector<std::string> K7Reader::fields(const std::string& grid) const {
 K7Reader::Fragments K7Reader::fragments(const std::string& field) const {
     Fragments found;
     for (const std::string& name : members(field)) {
-        if (const auto number = numberOf(name, fragment_prefix)) {
+        if (const auto number = k7::fragmentNumber(name)) {
             found.numbers.push_back(*number);
         } else {
             found.others.push_back(name);
@@ -467,20 +430,13 @@ std::optional<K7Attribute> K7Reader::attribute(const std::string& object,
     });
 }
 
-std::string K7Reader::chartOf(const std::string& grid) {
-    return grid + "/" + chart_name;
-}
-
-std::string K7Reader::fragmentPath(const std::string& field, std::uint32_t number) {
-    return (field + "/").append(fragment_prefix).append(std::to_string(number));
-}
-
 struct K7Array::State {
     std::string file;
     std::string path;
     K7Type type = K7Type::other;
     std::uint64_t element_bytes = 0;
     std::vector<std::uint64_t> shape;
+    std::uint64_t rows_at_once = all_rows; // above 0
     Handle dataset;
 
     ~State() {
@@ -488,7 +444,9 @@ struct K7Array::State {
         const Quiet quiet;
         dataset = Handle();
     }
-    void read(K7Type as, std::uint64_t first, std::uint64_t count, void* to) const;
+    std::uint64_t width() const { return shape.size() < 2 ? 1 : shape[1]; }
+    void read(K7Type as, std::uint64_t first, std::uint64_t count, std::byte* to) const;
+    void readRows(std::uint64_t first, std::uint64_t count, std::byte* to) const;
 };
 
 K7Array K7Reader::open(const std::string& array) const {
@@ -508,7 +466,7 @@ K7Array K7Reader::open(const std::string& array) const {
         if (shape.empty() || shape.size() > 2) {
             throw Failure{"it has " + std::to_string(shape.size()) + " dimensions"};
         }
-        checkStorage(s->dataset, shape, s->element_bytes, state_->size);
+        s->rows_at_once = checkStorage(s->dataset, shape, s->element_bytes, state_->size);
         s->shape.assign(shape.begin(), shape.end());
     });
     return K7Array(std::move(s));
@@ -531,7 +489,19 @@ std::uint64_t K7Array::rowBytes() const noexcept {
     return width() * state_->element_bytes;
 }
 
-void K7Array::State::read(K7Type as, std::uint64_t first, std::uint64_t count, void* to) const {
+/// One call of the library.
+void K7Array::State::readRows(std::uint64_t first, std::uint64_t count, std::byte* to) const {
+    const std::array<hsize_t, 2> start = {first, 0};
+    const std::array<hsize_t, 2> block = {count, width()};
+    const auto rank = static_cast<int>(shape.size());
+    const Handle from(H5Dget_space(dataset), H5Sclose);
+    check(H5Sselect_hyperslab(from, H5S_SELECT_SET, start.data(), nullptr, block.data(), nullptr));
+    const Handle memory(H5Screate_simple(rank, block.data(), nullptr), H5Sclose);
+    check(H5Dread(dataset, memoryTypeOf(type), memory, from, H5P_DEFAULT, to));
+}
+
+void K7Array::State::read(K7Type as, std::uint64_t first, std::uint64_t count,
+                          std::byte* to) const {
     perform(file, path, [&] {
         if (as != type) {
             throw Failure{std::string("it holds ") + nameOf(type) + ", not " + nameOf(as)};
@@ -539,23 +509,22 @@ void K7Array::State::read(K7Type as, std::uint64_t first, std::uint64_t count, v
         if (first > shape[0] || count > shape[0] - first) {
             throw Failure{"it has only " + std::to_string(shape[0]) + " rows"};
         }
-        std::array<hsize_t, 2> start = {first, 0};
-        std::array<hsize_t, 2> block = {count, shape.size() < 2 ? 1 : shape[1]};
-        if (block[0] == 0 || block[1] == 0) {
+        if (width() == 0) {
             return;
         }
-        const auto rank = static_cast<int>(shape.size());
-        const Handle from(H5Dget_space(dataset), H5Sclose);
-        check(H5Sselect_hyperslab(from, H5S_SELECT_SET, start.data(), nullptr, block.data(),
-                                  nullptr));
-        const Handle memory(H5Screate_simple(rank, block.data(), nullptr), H5Sclose);
-        check(H5Dread(dataset, memoryTypeOf(as), memory, from, H5P_DEFAULT, to));
+        for (const std::uint64_t end = first + count; first != end;) {
+            // Up to a border of chunks, so that none is taken apart twice.
+            const std::uint64_t rows = std::min(end - first, rows_at_once - first % rows_at_once);
+            readRows(first, rows, to);
+            to += rows * width() * element_bytes;
+            first += rows;
+        }
     });
 }
 
 template<class T>
 void K7Array::read(std::uint64_t first, std::uint64_t count, T* to) const {
-    state_->read(type_of_number<T>, first, count, to);
+    state_->read(type_of_number<T>, first, count, reinterpret_cast<std::byte*>(to));
 }
 
 template void K7Array::read(std::uint64_t, std::uint64_t, double*) const;

@@ -1,12 +1,18 @@
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "bundle_interface/holdfast.hpp"
 #include "bundle_interface/holdfast/loan.hpp"
 #include "bundle_interface/skein.hpp"
+#include "bundle_interface/whole_file.hpp"
 
 namespace {
 
@@ -188,6 +194,34 @@ TEST(DataRange, TextReadsBackExactly) {
 TEST(MemArray, ChunkSmallerThanTheArrayIsRefused) {
     const StrongPtr<Chunk<unsigned short>> chunk(new Chunk<unsigned short>(10));
     EXPECT_THROW((Skein::MemArray<2, unsigned short>(chunk, 4, 3)), std::runtime_error);
+}
+
+TEST(WholeFile, TakesThePlaceOfAnEarlierOneAndLeavesNoPartOfAFailedOne) {
+    const std::string path = testing::TempDir() + "whole_file_" + std::to_string(getpid());
+    for (const std::string& text : {std::string("longer"), std::string("a\0b", 3), std::string()}) {
+        EXPECT_EQ(Holdfast::writeWholeFile(path, text), "");
+        std::ifstream file(path, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text);
+    }
+    EXPECT_EQ(Holdfast::writeWholeFile("/dev/full", "text"), "No space left on device");
+    EXPECT_TRUE(std::filesystem::exists("/dev/full")) << "no file, so not removed";
+    std::filesystem::remove(path);
+    EXPECT_EQ(Holdfast::writeWholeFile(path + "/file", "text"), "No such file or directory");
+    EXPECT_EQ(Holdfast::writeWholeFile(testing::TempDir(), "text"), "Is a directory");
+}
+
+TEST(WholeFile, KeepsAnEarlierOneUntilItIsWhole) {
+    const std::string path = testing::TempDir() + "whole_file_kept_" + std::to_string(getpid());
+    EXPECT_EQ(Holdfast::writeWholeFile(path, "earlier"), "");
+    std::filesystem::create_directory(path + ".part");
+    EXPECT_EQ(Holdfast::writeWholeFile(path, "later"), "Is a directory");
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "earlier");
+    EXPECT_TRUE(std::filesystem::is_directory(path + ".part")) << "it is somebody else's";
+    std::filesystem::remove(path + ".part");
+    EXPECT_EQ(Holdfast::writeWholeFile(path, "later"), "");
+    EXPECT_FALSE(std::filesystem::exists(path + ".part"));
+    std::filesystem::remove(path);
 }
 
 } // namespace

@@ -134,6 +134,15 @@ TEST_F(K7ReaderTest, WhatIsMissingIsNamedWithFileAndPath) {
                 HasSubstr("not a group"));
 }
 
+TEST_F(K7ReaderTest, PathsThatDoNotBeginAtTheRootOrHaveEmptyNamesAreMissing) {
+    const K7Reader file(path);
+    for (const char* const odd : {"", "x", "Slice_0", "xSlice_0/Shots", "/Slice_0/", "//Slice_0"}) {
+        EXPECT_EQ(file.kindOf(odd), K7Reader::Kind::none) << odd;
+        EXPECT_THAT(failure([&] { file.members(odd); }), HasSubstr("it is missing")) << odd;
+        EXPECT_THAT(failure([&] { file.attribute(odd, "a"); }), HasSubstr("missing")) << odd;
+    }
+}
+
 TEST_F(K7ReaderTest, FilesThatAreNoneOrCutAreRefused) {
     EXPECT_THAT(failure([&] { K7Reader file(path + ".no"); }),
                 HasSubstr(path + ".no: no such file"));

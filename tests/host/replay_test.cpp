@@ -13,6 +13,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "scanlib/connection.hpp"
@@ -169,6 +170,38 @@ TEST_F(ConcurrentReplay, ClientThatGoesAwayDoesNotDisturbOthers) {
         connect(*server)->read(&byte, 1);
     }
     EXPECT_EQ(rest(*connect(*server)), bytes_);
+}
+
+TEST_F(ConcurrentReplay, ClientBeyondTheLimitIsTurnedAwayUntilAnotherLeaves) {
+    const auto server = serve({});
+    const auto address = host::resolve("127.0.0.1", std::to_string(server->port()), SOCK_STREAM);
+    // Clients that ask for nothing yet.
+    const auto join = [&] {
+        host::file_handle socket(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(::connect(socket.get(), address.get(), address.length()), 0);
+        return socket;
+    };
+    std::vector<host::file_handle> clients;
+    while (clients.size() < 64) {
+        clients.push_back(join());
+    }
+    char byte = 0;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(::recv(join().get(), &byte, 1, 0), 0) << "closed without a word";
+    }
+    EXPECT_EQ(server->clients(), 64u);
+
+    clients.pop_back();
+    std::string received;
+    for (int i = 0; i < 500 && received.empty(); ++i) {
+        std::this_thread::sleep_for(10ms);
+        try {
+            received = rest(*connect(*server));
+        } catch (const std::exception&) {
+            continue; // the server has not noticed yet
+        }
+    }
+    EXPECT_EQ(received, bytes_);
 }
 
 TEST_F(ConcurrentReplay, DatagramsAreTheRecordingWithoutItsPreamble) {

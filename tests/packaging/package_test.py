@@ -54,16 +54,30 @@ class Package(unittest.TestCase):
         self.assertEqual(self.control(self.development, 'Depends'), 'rxp2k7 (= %s)' % self.control(self.program, 'Version'))
 
     def test_clients_files_are_in_their_own_package(self):
-        client = re.compile(r'usr/include/|.*\.cmake$|.*\.pc$|.*/librxp2k7\.so$')
+        client = re.compile(r'usr/include/|.*\.cmake$|.*\.pc$|.*/librxp2k7\.so$|usr/share/doc/rxp2k7-dev/')
         self.assertEqual([f for f in self.files(self.program) if client.match(f)], [])
         self.assertEqual([f for f in self.files(self.development) if not client.match(f)], [])
 
     def test_documents_lie_where_debian_looks_for_them(self):
         files = self.files(self.program)
-        for name in ('usr/share/man/man1/rxp2k7-convert.1', 'usr/share/bash-completion/completions/rxp2k7',
+        for name in ('usr/share/man/man1/rxp2k7-convert.1.gz', 'usr/share/bash-completion/completions/rxp2k7',
                      'usr/share/zsh/vendor-completions/_rxp2k7', 'usr/share/fish/vendor_completions.d/rxp2k7.fish',
-                     'usr/share/doc/rxp2k7/copyright'):
+                     'usr/share/doc/rxp2k7/copyright', 'usr/share/doc/rxp2k7/changelog.gz'):
             self.assertIn(name, files)
+
+    def test_pages_are_packed_always_in_the_same_way(self):
+        folder = os.path.join(self.root, 'usr', 'share', 'man', 'man1')
+        self.assertGreater(len(os.listdir(folder)), 5)
+        for name in os.listdir(folder):
+            with open(os.path.join(folder, name), 'rb') as f:
+                head = f.read(10)
+            # Best compression, with neither a name nor a time of its own.
+            self.assertEqual(head[:9], b'\x1f\x8b\x08\x00\x00\x00\x00\x00\x02', name)
+
+    def test_policy_finds_no_errors(self):
+        if not shutil.which('lintian'):
+            self.skipTest('lintian is not installed')
+        run('lintian', '--allow-root', '--fail-on', 'error', self.program, self.development)
 
     def test_loader_learns_of_the_library(self):
         run('dpkg-deb', '-e', self.program, os.path.join(self.folder, 'control'))

@@ -6,16 +6,19 @@
 
 #include "bundle_interface/skein/data_range.hpp"
 
+/// Diagrams on paper.
 namespace LoomPDF {
 
 /// One page with a diagram: title, two axes, and any number of series as thin lines, as vector
 /// graphics with its fonts embedded. The same input gives the same bytes; no clock goes into them.
 class VectorToPDF {
   public:
+    /// Least and greatest value of an axis; may be empty.
     using Range = Holdfast::StrongPtr<Skein::DataRange<double>>;
 
+    /// One line of the diagram.
     struct Series {
-        std::vector<double> x;
+        std::vector<double> x; ///< positions along the horizontal axis
         std::vector<double> y; ///< as many as x; surplus values of either are left out
         std::string name;      ///< told beside the line where there are several series
         Range range;           ///< least and greatest y; where it is empty, the values are asked

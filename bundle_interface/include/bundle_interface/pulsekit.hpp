@@ -5,12 +5,14 @@
 
 #include "bundle_interface/export.hpp"
 
+/// Calendar and clock.
 namespace PulseKit {
 
 /// Date and time at the start of a name, as in "190209_124210_Scanner_1.rxp": yymmdd_hhmmss, years
 /// 2000 to 2099. A name that does not begin so, or with no real date or time, gives seven zeros.
 class Chronometry {
   public:
+    /// Reads `name`, a file name without its folder. Throws nothing for any text.
     explicit Chronometry(const std::string& name);
 
     /// The date with `separator` between two digits of the day, two of the month and four of the

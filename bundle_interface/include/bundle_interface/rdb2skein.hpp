@@ -10,22 +10,23 @@ namespace Riegl {
 
 /// What a later processing step needs in order to calibrate waveforms.
 struct AttributesForFWFProcessing {
+    /// Numbers of a pulse model; may be empty.
     using Coefficients = Holdfast::StrongPtr<Holdfast::Chunk<double>>;
 
-    double group_velocity = 0; ///< m/s
-    double sampling_time = 0;  ///< s
-    double wavelength = 0;     ///< nm
-    double t_ref = 0;          ///< s, time of the reference pulse
-    std::string serial;
-    std::string type_id;
-    std::string unused_text;
-    std::uint64_t reserved[2] = {0, 0};
-    std::string build;
-    double unambiguous_range = 0; ///< m
-    Coefficients pulse_A_real;    ///< pulse model, may be empty, as the next three
-    Coefficients pulse_A_imag;
-    Coefficients pulse_B_real;
-    Coefficients pulse_B_imag;
+    double group_velocity = 0;                           ///< m/s
+    double sampling_time = 0;                            ///< s
+    double wavelength = 0;                               ///< nm
+    double t_ref = 0;                                    ///< s, time of the reference pulse
+    std::string serial;                                  ///< serial number of the scanner
+    std::string type_id;                                 ///< its type
+    std::string unused_text;                             ///< not stored
+    std::uint64_t reserved[2] = {0, 0};                  ///< not stored
+    std::string build;                                   ///< build of its firmware
+    double unambiguous_range = 0;                        ///< m
+    Coefficients pulse_A_real;                           ///< pulse model of the first channel; 1
+    Coefficients pulse_A_imag;                           ///< imaginary parts, as many
+    Coefficients pulse_B_real;                           ///< pulse model of the second channel; 1
+    Coefficients pulse_B_imag;                           ///< imaginary parts, as many
     double refltab_delta = 0.1373470495519926;           ///< m
     Holdfast::StrongPtr<Holdfast::Chunk<float>> refltab; ///< dB, may be empty
     double ampl_unit = static_cast<double>(0.01F);       ///< dB

@@ -1,14 +1,10 @@
 #include "bundle_interface/loompdf.hpp"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <exception>
-#include <filesystem>
-#include <memory>
-#include <system_error>
 
 #include "axis.hpp"
+#include "bundle_interface/whole_file.hpp"
 #include "page.hpp"
 
 namespace LoomPDF {
@@ -19,30 +15,6 @@ constexpr double points_per_cm = 72 / 2.54;
 
 /// Readers of PDF take no larger page.
 constexpr unsigned int largest_page = 500;
-
-struct Closer {
-    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-
-/// Empty, or why not all bytes could be written.
-std::string write_all(const std::string& path, const std::string& bytes) {
-    std::unique_ptr<std::FILE, Closer> file(std::fopen(path.c_str(), "wb"));
-    if (!file) {
-        return std::generic_category().message(errno);
-    }
-    errno = 0;
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-    const int failure = errno;
-    if (std::fclose(file.release()) == 0 && written) {
-        return {};
-    }
-    const std::string reason = std::generic_category().message(written ? errno : failure);
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(path, ignored)) {
-        std::filesystem::remove(path, ignored);
-    }
-    return reason;
-}
 
 } // namespace
 
@@ -81,7 +53,7 @@ std::string VectorToPDF::write2Pdf(bool /*flag*/) const {
         const std::string bytes =
             draw_page(size_.first * points_per_cm, size_.second * points_per_cm,
                       {title_, axis_labels_, ranges_, series});
-        const std::string reason = write_all(file_, bytes);
+        const std::string reason = Holdfast::writeWholeFile(file_, bytes);
         return reason.empty() ? reason : failed(reason);
     } catch (const std::exception& e) {
         return failed(e.what());

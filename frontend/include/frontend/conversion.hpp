@@ -11,6 +11,7 @@
 #include "bundle_interface/skein.hpp"
 #include "frontend/recording_files.hpp"
 
+/// The exported operations, and the attributes that they store.
 namespace Riegl {
 
 /// One way in which data were lost or doubted during a conversion.

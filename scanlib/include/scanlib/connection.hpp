@@ -6,9 +6,11 @@
 
 #include "scanlib/scanlib_exception.hpp"
 
+/// Recordings and live streams, from bytes to targets and waveforms.
 namespace scanlib {
 
 class override_listener;
+struct file_place;
 
 /// What all connections share: a name and the end of the input.
 class basic_connection {
@@ -92,7 +94,9 @@ class basic_rconnection : public virtual basic_connection,
     /// Copies from now on what is read to a file, as read: with an override text the bytes of a
     /// header region twice, before and after. Where a read goes beyond `limit` bytes, the rest of
     /// it is left out, and the next one begins the file PATH_001, and so on. Removes such files of
-    /// an earlier log. Throws std::runtime_error ("cannot create logfile").
+    /// an earlier log. Bytes of a regular file are copied from there, up to 512 MiB behind the
+    /// reading, unless they are flushed; a file that is changed meanwhile is logged as changed, and
+    /// one that is cut makes the log fail. Throws std::runtime_error ("cannot create logfile").
     void log(const std::string& path, std::int64_t limit);
     /// Throws std::runtime_error ("cannot write logfile ...").
     void flush_log();
@@ -104,6 +108,10 @@ class basic_rconnection : public virtual basic_connection,
 
     /// Delivers up to `n` bytes from the source; 0 means none now or ever.
     virtual std::uint64_t more_input(char* dst, std::uint64_t n) = 0;
+
+    /// Tells, in more_input, that what it delivers can be read again in a file: a log takes it from
+    /// there.
+    void delivered_from(file_place place) noexcept;
 
     /// Bytes that the next reads deliver before any other input.
     void push_back(const char* data, std::uint64_t n);

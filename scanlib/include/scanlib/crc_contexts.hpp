@@ -21,6 +21,7 @@ inline constexpr std::uint32_t crc_start = 0xFFFFFFFF;
 /// kinds, from one check packet to the next.
 class crc_contexts {
   public:
+    /// A run whose packets do not have the sum that its check packet tells.
     struct mismatch {
         std::uint32_t sequence;     ///< of the check that began the run
         std::uint32_t new_sequence; ///< of the check that ended it

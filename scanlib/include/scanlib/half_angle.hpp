@@ -5,6 +5,7 @@
 
 namespace scanlib {
 
+/// Sine and cosine of one angle.
 struct sine_cosine {
     double sine = 0;
     double cosine = 1;

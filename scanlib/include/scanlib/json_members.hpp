@@ -18,6 +18,7 @@ using boost::property_tree::ptree;
 /// Entries that a list may have; each table of an instrument is far smaller.
 constexpr std::size_t list_limit = 65536;
 
+/// Throws std::runtime_error that names the member and what it is expected to be.
 [[noreturn]] void malformed(const char* key, const char* expected);
 
 /// The member, or null.
@@ -26,9 +27,11 @@ const ptree* find(const ptree& tree, const char* key);
 /// The number that the value of the member `key` is.
 double number_of(const ptree& value, const char* key);
 
+/// A number, whole or not.
 void read(const ptree& tree, const char* key, double& out);
 /// A number outside the range of the integer gives the nearer bound, a NaN 0.
 void read(const ptree& tree, const char* key, std::uint32_t& out);
+/// As for the unsigned integer.
 void read(const ptree& tree, const char* key, std::int32_t& out);
 /// An array of three.
 void read(const ptree& tree, const char* key, vector3& out);

@@ -19,6 +19,7 @@ inline constexpr std::size_t deepest_override_text = 256;                  ///< 
 
 /// Which packets an entry means: those of a kind, and with certain fields.
 struct packet_condition {
+    /// A field's text.
     struct field {
         std::size_t index; ///< 0 is the first field behind the pair
         std::string text;  ///< that the field must have in the packet's text form

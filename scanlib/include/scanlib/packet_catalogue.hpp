@@ -48,6 +48,7 @@ class packet_mask {
     std::array<std::uint32_t, (packet_index_count + 31) / 32> words_{};
 };
 
+/// What the bits of a field stand for.
 enum class field_type : std::uint8_t { unsigned_integer, signed_integer, floating, text };
 
 /// One field of a kind, as far as the catalogue tells: for consumers that treat all kinds alike.

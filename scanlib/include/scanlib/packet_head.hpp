@@ -16,13 +16,13 @@ class header;
 /// The first word of a packet has all ones in its upper three bytes; its low byte tells the form of
 /// the head.
 inline constexpr std::uint32_t start_word_base = 0xFFFFFF00u;
-inline constexpr std::uint8_t long_form = 255;  ///< a second word holds id << 16 | version
-inline constexpr std::uint8_t void_form = 254;  ///< void_data
-inline constexpr std::uint8_t check_form = 253; ///< crc32_check
-inline constexpr std::size_t longest_head = 2;  ///< words
-inline constexpr packet_id void_id{65535, 65535};
-inline constexpr packet_id check_id{50, 0};
-inline constexpr packet_id header_id{1, 0};
+inline constexpr std::uint8_t long_form = 255;    ///< a second word holds id << 16 | version
+inline constexpr std::uint8_t void_form = 254;    ///< void_data
+inline constexpr std::uint8_t check_form = 253;   ///< crc32_check
+inline constexpr std::size_t longest_head = 2;    ///< words
+inline constexpr packet_id void_id{65535, 65535}; ///< of void_data
+inline constexpr packet_id check_id{50, 0};       ///< of crc32_check
+inline constexpr packet_id header_id{1, 0};       ///< of header
 
 /// The short codes that a stream assigned through its `header` packets.
 ///

@@ -19,6 +19,7 @@ namespace scanlib::packets::detail {
 static_assert(std::endian::native == std::endian::little, "payloads are read in place");
 
 template<std::size_t Width>
+/// A word with the low Width bits set.
 inline constexpr std::uint64_t low_bits = Width == 64 ? ~std::uint64_t{0}
                                                       : (std::uint64_t{1} << Width) - 1;
 
@@ -78,6 +79,7 @@ inline void insert_bits(std::uint32_t* words, std::size_t bit, std::size_t width
 }
 
 template<class T, std::size_t Bit, std::size_t Width>
+/// True for a field that one load of a T gives.
 inline constexpr bool is_plain_load = Bit % 8 == 0 && Width == 8 * sizeof(T);
 
 /// The field of Width bits at the fixed position Bit.

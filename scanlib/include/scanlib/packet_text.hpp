@@ -30,6 +30,7 @@ namespace scanlib {
 std::ios_base& numeric_packets(std::ios_base& stream);
 /// Clears the numeric flag of a stream, which is its state at first.
 std::ios_base& named_packets(std::ios_base& stream);
+/// True if the numeric flag of the stream is set.
 bool has_numeric_packets(std::ios_base& stream);
 
 /// The pair that was written to or read from the stream last; (0, 0) at first.
@@ -77,6 +78,7 @@ inline constexpr std::size_t longest_text_body = std::size_t{1} << 20;
 std::vector<std::string> packet_fields(packet_id id, const std::uint32_t* begin,
                                        const std::uint32_t* end);
 
+/// How a pair is written: by the name of its kind, or as two numbers.
 enum class pair_form : std::uint8_t { named, numeric };
 
 /// Appends the line that print_packet writes to a stream in its first state, without a stream. For

@@ -13,9 +13,9 @@ namespace scanlib {
 
 /// Settled sizes of the two codecs, in words.
 inline constexpr std::size_t decoder_capacity = 1024;
-inline constexpr std::size_t decoder_headroom = 340;
-inline constexpr std::size_t encoder_capacity = 131072;
-inline constexpr std::size_t encoder_headroom = 65536;
+inline constexpr std::size_t decoder_headroom = 340;    ///< the part behind its ring
+inline constexpr std::size_t encoder_capacity = 131072; ///< ring and headroom of the encoder
+inline constexpr std::size_t encoder_headroom = 65536;  ///< the part behind its ring
 
 /// What both codecs share: one array of words, its first part a ring, the rest headroom.
 ///

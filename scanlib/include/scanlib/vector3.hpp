@@ -7,12 +7,15 @@ namespace scanlib {
 /// Three coordinates in metres, or the components of a direction.
 using vector3 = std::array<double, 3>;
 
+/// Sum.
 constexpr vector3 operator+(const vector3& a, const vector3& b) noexcept {
     return {a[0] + b[0], a[1] + b[1], a[2] + b[2]};
 }
+/// Difference.
 constexpr vector3 operator-(const vector3& a, const vector3& b) noexcept {
     return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
 }
+/// `a` stretched by `s`.
 constexpr vector3 operator*(double s, const vector3& a) noexcept {
     return {s * a[0], s * a[1], s * a[2]};
 }

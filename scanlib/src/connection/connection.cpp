@@ -13,6 +13,7 @@
 #include "scanlib/rddp_connection.hpp"
 #include "scanlib/rdtp_connection.hpp"
 #include "scanlib/rewriter.hpp"
+#include "source_file.hpp"
 #include "stream_log.hpp"
 #include "uri.hpp"
 
@@ -91,6 +92,7 @@ struct basic_rconnection::state {
     override_listener* listener = nullptr;
 
     stream_log log;
+    file_place from;         ///< where the bytes of the present read can be read again
     bool logging = false;    ///< the log is open, or its failure not yet told
     std::string log_failure; ///< not yet told
 };
@@ -144,6 +146,10 @@ void basic_rconnection::close_log() {
     state_->log.close();
 }
 
+void basic_rconnection::delivered_from(file_place place) noexcept {
+    state_->from = place;
+}
+
 void basic_rconnection::push_back(const char* data, std::uint64_t n) {
     state_->pushed_back.insert(state_->pushed_back.begin(), data, data + n);
 }
@@ -164,6 +170,7 @@ std::uint64_t basic_rconnection::read(char* dst, std::uint64_t n) {
     std::uint64_t k = 0;
     bool scanned = s.replacing;
     std::uint64_t in_region = 0; // bytes of this read that lie in a replaced header region
+    s.from = {};
     if (!s.pushed_back.empty()) [[unlikely]] {
         k = take_pushed_back(dst, n);
         scanned = scanned || s.scanned_back != 0;
@@ -203,6 +210,7 @@ std::uint64_t basic_rconnection::replace_headers(const char* data, std::uint64_t
     push_back(reinterpret_cast<const char*>(header_packet_start.data()),
               header_packet_start.size());
     replace_header();
+    s.from = {}; // it is that of the reads in between
     return m;
 }
 
@@ -235,7 +243,7 @@ void basic_rconnection::copy_to_log(const char* data, std::uint64_t n) {
     state& s = *state_;
     if (s.log.is_open()) {
         try {
-            s.log.write(data, n);
+            s.log.write(data, n, s.from);
         } catch (const std::runtime_error& failure) {
             s.log_failure = failure.what();
         }

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "scanlib/override_text.hpp"
+#include "source_file.hpp"
 #include "uri.hpp"
 
 namespace scanlib {
@@ -17,17 +18,6 @@ namespace scanlib {
 namespace {
 
 constexpr std::streamsize file_buffer_bytes = 0x40000;
-
-/// A file buffer with a buffer of its own size.
-struct buffered_file {
-    std::unique_ptr<char[]> memory{new char[file_buffer_bytes]};
-    std::filebuf buffer;
-
-    bool open(const std::string& path, std::ios::openmode mode) {
-        buffer.pubsetbuf(memory.get(), file_buffer_bytes);
-        return buffer.open(path, mode | std::ios::binary) != nullptr;
-    }
-};
 
 /// Up to `n` bytes of a file; for n above 0, none is its end.
 std::uint64_t read_from(std::filebuf& file, char* dst, std::uint64_t n) {
@@ -86,7 +76,7 @@ struct file_rconnection::files {
 
     file_set_names names;
     std::array<std::filebuf, 2> prefixes; ///< the common one, the own one
-    buffered_file main;                   ///< the main file or the continuation that is open
+    source_file main;                     ///< the main file or the continuation that is open
     std::uint32_t number = 1;             ///< which file of the set that is; 1 is the main file
     std::vector<std::uint64_t> sizes;     ///< of the files of the set on opening
     file_set_report report;
@@ -120,12 +110,10 @@ std::uint64_t file_rconnection::files::open_main() {
     const std::string& path = names.main_file();
     std::error_code unknown;
     // A folder opens, but nothing can be read from it.
-    if (std::filesystem::is_directory(path, unknown) || !main.open(path, std::ios::in)) {
+    if (std::filesystem::is_directory(path, unknown) || !main.open(path)) {
         throw std::runtime_error("Could not open \"" + path + "\" for reading!");
     }
-    const auto end = main.buffer.pubseekoff(0, std::ios::end);
-    main.buffer.pubseekoff(0, std::ios::beg);
-    return end < 0 ? 0 : static_cast<std::uint64_t>(end);
+    return main.size();
 }
 
 void file_rconnection::files::measure(std::uint64_t main_size) {
@@ -150,10 +138,10 @@ std::uint64_t file_rconnection::files::read_prefix(char* dst, std::uint64_t n) {
 
 /// Goes on to the next file, one that appeared since the opening, too.
 bool file_rconnection::files::open_next() {
-    main.buffer.close();
+    main.close();
     const std::string name = names.continuation(number);
     std::vector<file_part>& data = report.files.data;
-    if (!is_file(name) || !main.open(name, std::ios::in)) {
+    if (!is_file(name) || !main.open(name)) {
         // What was found on opening, or is there now, will not be read.
         for (std::size_t i = number; i < data.size(); ++i) {
             report.unread.push_back(data[i].name);
@@ -172,11 +160,11 @@ bool file_rconnection::files::open_next() {
 }
 
 void file_rconnection::files::open_data(std::uint32_t wanted) {
-    if (wanted == number && main.buffer.is_open()) {
+    if (wanted == number && main.is_open()) {
         return;
     }
-    main.buffer.close();
-    main.open(names.continuation(wanted - 1), std::ios::in);
+    main.close();
+    main.open(names.continuation(wanted - 1));
     number = wanted;
 }
 
@@ -216,11 +204,12 @@ std::uint64_t file_rconnection::more_input(char* dst, std::uint64_t n) {
     if (const std::uint64_t k = files_->read_prefix(dst, n)) {
         return k;
     }
-    if (!files_->main.buffer.is_open()) {
+    if (!files_->main.is_open()) {
         throw std::runtime_error("file_rconnection::more_input: Error reading from file!");
     }
     do {
-        if (const std::uint64_t k = read_from(files_->main.buffer, dst, n)) {
+        if (const std::uint64_t k = files_->main.read(dst, n)) {
+            delivered_from(files_->main.place());
             return k;
         }
     } while (files_->open_next());
@@ -239,8 +228,7 @@ void file_rconnection::seek(std::uint64_t position) {
         base += sizes[file - 1];
     }
     files_->open_data(file);
-    files_->main.buffer.pubseekoff(static_cast<std::streamoff>(position - base), std::ios::beg,
-                                   std::ios::in);
+    files_->main.seek(position - base);
     position_ = position;
 }
 
@@ -259,12 +247,14 @@ void note_unread_files(basic_rconnection& connection, loss_log& losses) {
 }
 
 struct file_wconnection::file {
-    buffered_file out;
+    std::unique_ptr<char[]> memory{new char[file_buffer_bytes]};
+    std::filebuf buffer;
 };
 
 file_wconnection::file_wconnection(const std::string& uri) : file_(std::make_unique<file>()) {
     const std::string path = path_of_file_uri(uri);
-    if (!file_->out.open(path, std::ios::out | std::ios::trunc)) {
+    file_->buffer.pubsetbuf(file_->memory.get(), file_buffer_bytes);
+    if (file_->buffer.open(path, std::ios::out | std::ios::trunc | std::ios::binary) == nullptr) {
         throw std::runtime_error("Could not open \"" + path + "\" for writing!");
     }
 }
@@ -272,14 +262,14 @@ file_wconnection::file_wconnection(const std::string& uri) : file_(std::make_uni
 file_wconnection::~file_wconnection() = default;
 
 std::int64_t file_wconnection::write(const char* data, std::int64_t n) {
-    if (!file_->out.buffer.is_open() || file_->out.buffer.sputn(data, n) != n) {
+    if (!file_->buffer.is_open() || file_->buffer.sputn(data, n) != n) {
         throw std::runtime_error("Error writing to file!");
     }
     return n;
 }
 
 void file_wconnection::finish() {
-    if (file_->out.buffer.is_open() && file_->out.buffer.close() == nullptr) {
+    if (file_->buffer.is_open() && file_->buffer.close() == nullptr) {
         throw std::runtime_error("Error writing to file!");
     }
 }

@@ -22,6 +22,10 @@ inline constexpr std::array<unsigned char, 8> header_packet_start = {0xFF, 0xFF,
 /// searched for the pair alone, without a state per word.
 class header_scan {
   public:
+    /// Which ones the search uses: those that every processor has, or what this one has.
+    enum class registers { common, widest };
+    explicit header_scan(registers used = registers::widest) noexcept;
+
     /// Searches the next `n` bytes of the stream up to and with the first header packet's start.
     /// Returns how many bytes that are; 0 for none, with all of them searched.
     std::size_t find(const char* data, std::size_t n);
@@ -30,9 +34,11 @@ class header_scan {
     void realign() noexcept { count_ = 0; }
 
   private:
+    std::size_t search(const char* data, std::size_t n);
     std::size_t fill_word(const char* data, std::size_t n, bool& found);
     bool take_word(std::uint32_t word) noexcept;
 
+    std::size_t (*skip_)(const char* data, std::size_t i, std::size_t end) noexcept;
     std::array<char, 4> partial_{}; ///< the word that the piece before has cut
     std::uint32_t count_ = 0;       ///< bytes of it
     bool counts_ = false;           ///< the word before was a start word that counts

@@ -5,10 +5,13 @@
 #include <system_error>
 #include <utility>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace scanlib {
 
 log_file::log_file() {
-    free_.reserve(blocks);
+    free_.reserve(most_blocks + 1);
 }
 
 log_file::~log_file() {
@@ -16,39 +19,102 @@ log_file::~log_file() {
 }
 
 bool log_file::open(const std::filesystem::path& path) {
-    file_ = std::fopen(path.c_str(), "wb");
-    if (file_ == nullptr) {
-        return false;
-    }
-    // The blocks are buffer enough.
-    std::setvbuf(file_, nullptr, _IONBF, 0);
+    constexpr mode_t all_may_read_and_write = 0666; // less what the process masks
+    descriptor_ =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, all_may_read_and_write);
+    way_ = copy_way::within_file_systems;
     failed_ = false;
-    filled_ = 0;
-    return true;
+    return is_open();
 }
 
-bool log_file::write(const char* data, std::size_t n) {
+bool log_file::write(const char* data, std::size_t n, file_place from) {
+    if (n != 0 && (from.file == nullptr || !add_range(from, n))) {
+        add_bytes(data, n);
+    }
+    return !failed_;
+}
+
+void log_file::add_bytes(const char* data, std::size_t n) {
+    if (present_.file) {
+        end_part();
+    }
     while (n != 0) {
-        if (!present_) {
-            present_ = std::make_unique<char[]>(block_bytes);
+        if (!present_.bytes) {
+            present_.bytes = free_block();
         }
-        const std::size_t k = std::min(n, block_bytes - filled_);
-        std::memcpy(present_.get() + filled_, data, k);
-        filled_ += k;
+        const std::size_t k = std::min<std::size_t>(n, block_bytes - present_.size);
+        std::memcpy(present_.bytes.get() + present_.size, data, k);
+        present_.size += k;
         data += k;
         n -= k;
-        if (filled_ == block_bytes) {
+        if (present_.size == block_bytes) {
             hand_over();
         }
     }
-    return !failed_;
 }
 
-bool log_file::put(const char* data, std::size_t n) noexcept {
-    if (!failed_ && std::fwrite(data, 1, n, file_) != n) {
-        failed_ = true;
+/// Returns whether the bytes can be taken from there later: not if they are this file's own.
+bool log_file::add_range(file_place from, std::uint64_t n) {
+    const std::shared_ptr<const open_file>& file = *from.file;
+    if (present_.file != file || present_.offset + present_.size != from.offset) {
+        if (file->is_same(descriptor_)) {
+            return false;
+        }
+        end_part();
+        present_.file = file;
+        present_.offset = from.offset;
     }
-    return !failed_;
+    while (n != 0) {
+        const std::uint64_t k = std::min(n, range_bytes - present_.size);
+        present_.size += k;
+        n -= k;
+        if (present_.size == range_bytes) {
+            const std::uint64_t end = present_.offset + range_bytes;
+            hand_over();
+            present_.file = file;
+            present_.offset = end;
+        }
+    }
+    return true;
+}
+
+/// Leaves the present part without file and without bytes.
+void log_file::end_part() {
+    if (present_.size != 0) {
+        hand_over();
+    }
+    present_.file.reset();
+    recycle(present_.bytes);
+}
+
+log_file::block log_file::free_block() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (!free_.empty()) {
+            block last = std::move(free_.back());
+            free_.pop_back();
+            return last;
+        }
+    }
+    return std::make_unique<char[]>(block_bytes);
+}
+
+void log_file::recycle(block& used) {
+    if (used) {
+        const std::lock_guard lock(mutex_);
+        free_.push_back(std::move(used));
+    }
+}
+
+bool log_file::put(const part& p) noexcept {
+    if (failed_) {
+        return false;
+    }
+    const bool whole =
+        p.file ? copy_range(p.file->descriptor(), p.offset, p.size, descriptor_, way_)
+               : write_all(descriptor_, p.bytes.get(), static_cast<std::size_t>(p.size));
+    failed_ = !whole;
+    return whole;
 }
 
 /// Returns whether the system has one left.
@@ -62,22 +128,22 @@ bool log_file::start_thread() {
     }
 }
 
-/// Gives the present block to the thread, which must not be too far behind.
+/// Gives the present part to the thread, which must not be too far behind, and empties it.
 void log_file::hand_over() {
     if (!thread_.joinable() && !start_thread()) {
-        put(present_.get(), std::exchange(filled_, 0));
+        put(present_);
+        present_.file.reset();
+        present_.size = 0;
         return;
     }
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return waiting_ < blocks; });
-    full_[(next_ + waiting_) % blocks] = std::move(present_);
-    ++waiting_;
-    if (!free_.empty()) {
-        present_ = std::move(free_.back());
-        free_.pop_back();
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock,
+                      [this] { return waiting_ < most_parts && waiting_blocks_ < most_blocks; });
+        waiting_blocks_ += present_.bytes ? 1 : 0;
+        full_[(next_ + waiting_) % most_parts] = std::exchange(present_, {});
+        ++waiting_;
     }
-    filled_ = 0;
-    lock.unlock();
     changed_.notify_all();
 }
 
@@ -88,26 +154,36 @@ void log_file::work() {
         if (waiting_ == 0) {
             return;
         }
-        const char* const first = full_[next_].get();
+        part first = std::exchange(full_[next_], {});
         lock.unlock();
-        put(first, block_bytes);
+        put(first);
+        first.file.reset();
         lock.lock();
-        free_.push_back(std::move(full_[next_]));
-        next_ = (next_ + 1) % blocks;
+        if (first.bytes) {
+            free_.push_back(std::move(first.bytes));
+            --waiting_blocks_;
+        }
+        next_ = (next_ + 1) % most_parts;
         --waiting_;
         changed_.notify_all();
     }
 }
 
 bool log_file::flush() {
-    if (file_ == nullptr) {
+    if (!is_open()) {
         return true;
     }
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return waiting_ == 0; });
-    lock.unlock();
-    const std::size_t rest = std::exchange(filled_, 0);
-    return rest == 0 ? !failed_ : put(present_.get(), rest);
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return waiting_ == 0; });
+    }
+    if (present_.size == 0) {
+        return !failed_;
+    }
+    const bool whole = put(present_);
+    present_.file.reset();
+    present_.size = 0;
+    return whole;
 }
 
 void log_file::end_thread() {
@@ -123,12 +199,13 @@ void log_file::end_thread() {
 }
 
 bool log_file::close() {
-    if (file_ == nullptr) {
+    if (!is_open()) {
         return true;
     }
     const bool whole = flush();
     end_thread();
-    return std::fclose(std::exchange(file_, nullptr)) == 0 && whole;
+    present_.file.reset();
+    return ::close(std::exchange(descriptor_, -1)) == 0 && whole;
 }
 
 } // namespace scanlib

@@ -59,10 +59,10 @@ void stream_log::remove_extensions() const {
     }
 }
 
-void stream_log::write(const char* data, std::uint64_t n) {
+void stream_log::write(const char* data, std::uint64_t n, file_place from) {
     const auto room = static_cast<std::uint64_t>(std::max<std::int64_t>(limit_ - written_, 0));
     const std::uint64_t k = std::min(n, room);
-    if (!file_.write(data, static_cast<std::size_t>(k))) {
+    if (!file_.write(data, static_cast<std::size_t>(k), from)) {
         fail();
     }
     written_ += static_cast<std::int64_t>(k);

@@ -21,9 +21,9 @@ class stream_log {
     void open(const std::string& path, std::int64_t limit);
     bool is_open() const noexcept { return file_.is_open(); }
 
-    /// Writes what fits. Throws std::runtime_error ("cannot create logfile extension", "cannot
-    /// write logfile ..."), and is closed then.
-    void write(const char* data, std::uint64_t n);
+    /// Writes what fits; `from` is where the bytes can be read again. Throws std::runtime_error
+    /// ("cannot create logfile extension", "cannot write logfile ..."), and is closed then.
+    void write(const char* data, std::uint64_t n, file_place from);
 
     /// Throws std::runtime_error ("cannot write logfile ...").
     void flush();

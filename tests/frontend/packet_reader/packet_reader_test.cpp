@@ -120,8 +120,8 @@ TEST(ConcurrentPacketReader, FailureOfTheConnectionReachesTheCallerWithItsPlace)
 }
 
 TEST(ConcurrentPacketReader, CanBeLeftInTheMiddle) {
-    const auto connection = std::make_shared<memory_rconnection>(
-        streams::encode_all(many_packets(10000), true));
+    const auto connection =
+        std::make_shared<memory_rconnection>(streams::encode_all(many_packets(10000), true));
     StreamPacket packet;
     {
         PacketReader reader(connection, true);

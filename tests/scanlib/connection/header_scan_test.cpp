@@ -47,8 +47,8 @@ class slow_scan {
 
 /// Offsets behind all matches, where the stream comes in pieces of these sizes, over and over.
 template<class Scan>
-std::vector<std::size_t> matches(const bytes& stream, const std::vector<std::size_t>& pieces) {
-    Scan scan;
+std::vector<std::size_t> matches(const bytes& stream, const std::vector<std::size_t>& pieces,
+                                 Scan scan = Scan()) {
     std::vector<std::size_t> found;
     std::size_t piece = 0;
     for (std::size_t at = 0; at < stream.size();) {
@@ -148,6 +148,8 @@ TEST(HeaderScan, AgreesWithTheSlowOneOnRandomStreamsAndPieces) {
         }
         const auto expected = matches<slow_scan>(stream, {1});
         ASSERT_EQ(fast(stream, pieces), expected) << run;
+        const scanlib::header_scan common(scanlib::header_scan::registers::common);
+        ASSERT_EQ(matches(stream, pieces, common), expected) << run;
         found += expected.size();
     }
     EXPECT_GT(found, 1000u);

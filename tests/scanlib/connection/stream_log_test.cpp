@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -11,14 +10,15 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
+#include "file_size_limit.hpp"
 #include "scanlib/file_connection.hpp"
 #include "support/memory_connections.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
+using test_support::file_size_limit;
 using test_support::memory_rconnection;
 
 std::string failure(const std::function<void()>& f) {
@@ -201,23 +201,6 @@ TEST_F(StreamLog, ExtensionThatCannotBeCreatedFailsAndNothingIsLost) {
     EXPECT_EQ(c->position(), 30u);
     EXPECT_EQ(content(log_), range(0, 10));
 }
-
-/// Makes files stop growing, as on a full disk, while it lives.
-class file_size_limit {
-  public:
-    explicit file_size_limit(rlim_t bytes) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{bytes, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    file_size_limit(const file_size_limit&) = delete;
-    file_size_limit& operator=(const file_size_limit&) = delete;
-    ~file_size_limit() { setrlimit(RLIMIT_FSIZE, &before_); }
-
-  private:
-    rlimit before_{};
-};
 
 TEST_F(StreamLog, DiskThatFillsUpFailsOnceAndNothingIsLost) {
     constexpr std::size_t size = 2000000;

@@ -12,8 +12,11 @@ namespace Holdfast {
 class AttributeStore {
   public:
     virtual ~AttributeStore() = default;
+    /// An array of one dimension, of the element type of `values`.
     virtual void storeArray(const std::string& name, const ChunkBase& values) = 0;
+    /// A scalar 64-bit float.
     virtual void storeNumber(const std::string& name, double value) = 0;
+    /// A scalar text, UTF-8.
     virtual void storeText(const std::string& name, const std::string& text) = 0;
 };
 
@@ -21,8 +24,11 @@ class AttributeStore {
 /// attribute and throws std::runtime_error if that fails or there is no store.
 class Attributes {
   public:
+    /// Attributes that go to `store`. Without one, setting any fails.
     explicit Attributes(std::unique_ptr<AttributeStore> store = nullptr);
+    /// The store goes over; the other one then has none.
     Attributes(Attributes&&) noexcept;
+    /// The store goes over; the other one then has none.
     Attributes& operator=(Attributes&&) noexcept;
     ~Attributes();
 

@@ -31,7 +31,9 @@ class Buffer {
     /// A buffer kept in `slot` if one is large enough, else new memory; released into `slot`. The
     /// first `dirty()` bytes hold old values.
     Buffer(std::size_t bytes, std::shared_ptr<BufferSlot> slot, LentMemory lent);
+    /// The memory goes over; `other` is empty afterwards.
     Buffer(Buffer&& other) noexcept { swap(other); }
+    /// As the constructor; the memory held before is released.
     Buffer& operator=(Buffer&& other) noexcept {
         Buffer taken(std::move(other));
         swap(taken);
@@ -39,8 +41,11 @@ class Buffer {
     }
     ~Buffer();
 
+    /// Start of the memory, null where there is none. Valid until it grows or goes over.
     std::byte* data() const noexcept { return data_; }
+    /// Bytes that there is memory for.
     std::size_t capacity() const noexcept { return capacity_; }
+    /// Bytes at the start that may be other than zero.
     std::size_t dirty() const noexcept { return dirty_; }
     /// Says that the first `bytes` bytes may be other than zero.
     void markDirty(std::size_t bytes) noexcept { dirty_ = bytes > dirty_ ? bytes : dirty_; }
@@ -52,6 +57,7 @@ class Buffer {
 
     /// Lends the first `bytes` bytes, which are back from the borrower before.
     std::shared_ptr<Loan> lend(std::size_t bytes, bool urgent);
+    /// True while a borrower has not given all back.
     bool lent() const noexcept;
     /// Waits until the bytes below `end` are back. Returns how many bytes may be written.
     std::size_t await(std::size_t end) noexcept;
@@ -92,9 +98,13 @@ class ChunkBase : public ReferenceBase<ChunkBase> {
     ChunkBase(const ChunkBase&) = delete;
     ChunkBase& operator=(const ChunkBase&) = delete;
 
+    /// Type of the elements.
     virtual const std::type_info& elementType() const noexcept = 0;
+    /// Number of elements.
     std::size_t size() const noexcept { return size_; }
+    /// Bytes of the elements.
     std::size_t bytes() const noexcept { return size_ * elementSize_; }
+    /// The elements, for reading. Valid until the next resize or reserve.
     const void* raw() const noexcept { return buffer_.data(); }
 
     /// Sets the number of elements. Elements added are zero; those left keep their values, also the
@@ -126,9 +136,12 @@ class ChunkBase : public ReferenceBase<ChunkBase> {
     }
 
   protected:
+    /// `size` zeros of `elementSize` bytes each; memory from `slot` where it has some. Throws
+    /// std::bad_alloc, or std::length_error if the size has no byte count.
     ChunkBase(std::size_t size, std::size_t elementSize, std::shared_ptr<BufferSlot> slot,
               LentMemory lent);
 
+    /// The elements, for reading.
     std::byte* constBytes() const noexcept { return buffer_.data(); }
     /// For writing: all elements may differ from zero from here on.
     std::byte* bytesForWriting() noexcept {
@@ -154,12 +167,15 @@ class Chunk : public ChunkBase {
                    LentMemory lent = LentMemory::leave)
         : ChunkBase(size, sizeof(T), std::move(slot), lent) {}
 
+    /// typeid(T).
     const std::type_info& elementType() const noexcept override { return typeid(T); }
     /// Valid until the next resize or reserve.
     T* data() noexcept { return reinterpret_cast<T*>(bytesForWriting()); }
+    /// For reading. Valid until the next resize or reserve.
     const T* data() const noexcept { return reinterpret_cast<const T*>(constBytes()); }
     /// Unchecked.
     T& operator[](std::size_t i) noexcept { return data()[i]; }
+    /// Unchecked.
     const T& operator[](std::size_t i) const noexcept { return data()[i]; }
 };
 

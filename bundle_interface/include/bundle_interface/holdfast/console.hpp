@@ -11,6 +11,7 @@ namespace Holdfast {
 /// process, by default one line a message on standard error. Never throws on delivery.
 class RXP2K7_EXPORT Console {
   public:
+    /// Takes one message, without an end of line.
     using Sink = std::function<void(const std::string& message)>;
 
     Console();
@@ -18,7 +19,9 @@ class RXP2K7_EXPORT Console {
     Console& operator=(const Console&) = delete;
     ~Console();
 
+    /// Appends text, which is not null, to the message.
     Console& operator<<(const char* text);
+    /// Appends text to the message.
     Console& operator<<(const std::string& text);
 
     /// Sets where messages go; an empty sink restores standard error. Calls of the sink never

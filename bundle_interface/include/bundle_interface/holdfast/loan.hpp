@@ -12,7 +12,9 @@ class Loan {
     /// `urgent`: the owner goes on in the same memory, so that the borrower should be quick.
     Loan(std::size_t bytes, bool urgent) noexcept : bytes_(bytes), urgent_(urgent) {}
 
+    /// Bytes lent.
     std::size_t bytes() const noexcept { return bytes_; }
+    /// True where the owner waits for the memory.
     bool urgent() const noexcept { return urgent_; }
 
     /// The borrower has no more use for the bytes below `end`.
@@ -23,6 +25,7 @@ class Loan {
     /// Gives all back.
     void end() noexcept { giveBack(bytes_); }
 
+    /// True once all is back.
     bool ended() const noexcept { return returned_.load(std::memory_order_acquire) >= bytes_; }
 
     /// Waits until the bytes below `end` are back. Returns how many are.

@@ -9,6 +9,7 @@
 
 #include "bundle_interface/export.hpp"
 
+/// What all objects of the bundle data model share: references, memory, attributes, messages.
 namespace Holdfast {
 
 /// Process-wide source of the identifiers of references.
@@ -25,17 +26,20 @@ class Reference;
 /// Shared by all references to one object; outlives the object while weak references remain.
 class RXP2K7_EXPORT ControlBlock {
   public:
+    /// The block of `object`, which makes it, without references yet.
     explicit ControlBlock(Reference* object) noexcept : object_(object) {}
     ControlBlock(const ControlBlock&) = delete;
     ControlBlock& operator=(const ControlBlock&) = delete;
 
     /// True until the object is dead.
     bool alive() const noexcept { return strong_.load(std::memory_order_acquire) >= 0; }
+    /// Adds a strong reference; the caller has one already, or the object is new.
     void addStrong() noexcept { strong_.fetch_add(1, std::memory_order_relaxed); }
     /// Adds a strong reference unless the object is dead; tells whether it did.
     bool tryAddStrong() noexcept;
     /// Drops a strong reference; the last one deletes the object.
     void dropStrong() noexcept;
+    /// Adds a weak reference; the caller has a reference of any kind already.
     void addWeak() noexcept { weak_.fetch_add(1, std::memory_order_relaxed); }
     /// Drops a weak reference; the last one deletes the block.
     void dropWeak() noexcept;
@@ -54,10 +58,13 @@ class RXP2K7_EXPORT ControlBlock {
 class RXP2K7_EXPORT Reference {
   public:
     Reference();
+    /// A new object, which the references to the other one do not share.
     Reference(const Reference&);
+    /// Leaves the references to both as they are.
     Reference& operator=(const Reference&) noexcept { return *this; }
     virtual ~Reference();
 
+    /// The block that counts the references to this object; owned by them.
     ControlBlock* controlBlock() const noexcept { return block_; }
 
   private:
@@ -79,6 +86,7 @@ template<class T, class Base = Reference>
 class StrongPtr {
   public:
     StrongPtr() noexcept = default;
+    /// Empty.
     StrongPtr(std::nullptr_t) noexcept {}
     /// Refers to `object`, which may be null.
     explicit StrongPtr(T* object) noexcept : object_(object) {
@@ -86,7 +94,9 @@ class StrongPtr {
             take(static_cast<const Reference*>(object_)->controlBlock());
         }
     }
+    /// Another reference to the same object.
     StrongPtr(const StrongPtr& other) noexcept : object_(other.object_) { take(other.block_); }
+    /// Takes the reference over; `other` is empty afterwards.
     StrongPtr(StrongPtr&& other) noexcept
         : id_(other.id_)
         , block_(std::exchange(other.block_, nullptr))
@@ -96,6 +106,7 @@ class StrongPtr {
     StrongPtr(const StrongPtr<U, B>& other) noexcept : object_(other.object_) {
         take(other.block_);
     }
+    /// Refers to what `other` refers to; the reference held before is dropped.
     StrongPtr& operator=(StrongPtr other) noexcept {
         swap(other);
         return *this;
@@ -109,6 +120,7 @@ class StrongPtr {
             block->dropStrong();
         }
     }
+    /// Exchanges what both refer to.
     void swap(StrongPtr& other) noexcept {
         std::swap(id_, other.id_);
         std::swap(block_, other.block_);
@@ -119,10 +131,13 @@ class StrongPtr {
     bool available() const noexcept {
         return block_ != nullptr && object_ != nullptr && block_->alive();
     }
+    /// As available().
     explicit operator bool() const noexcept { return available(); }
     /// The object, or null.
     T* get() const noexcept { return available() ? object_ : nullptr; }
+    /// The object. Throws std::runtime_error with its type if there is none.
     T* operator->() const { return checked(); }
+    /// The object. Throws std::runtime_error with its type if there is none.
     T& operator*() const { return *checked(); }
 
   private:
@@ -154,12 +169,16 @@ class StrongPtr {
 template<class T, class Base = Reference>
 class WeakPtr {
   public:
+    /// Empty.
     WeakPtr() noexcept = default;
     template<class U, class B, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
+    /// Refers to the object of `strong`, or to a base of it.
     WeakPtr(const StrongPtr<U, B>& strong) noexcept : object_(strong.object_) {
         take(strong.block_);
     }
+    /// Another weak reference to the same object.
     WeakPtr(const WeakPtr& other) noexcept : object_(other.object_) { take(other.block_); }
+    /// Refers to what `other` refers to; the reference held before is dropped.
     WeakPtr& operator=(const WeakPtr& other) noexcept {
         WeakPtr copy(other);
         std::swap(id_, copy.id_);
@@ -173,6 +192,7 @@ class WeakPtr {
         }
     }
 
+    /// True if there is a living object. Another thread may end it at any time; lock() is safe.
     bool available() const noexcept {
         return block_ != nullptr && object_ != nullptr && block_->alive();
     }
@@ -203,8 +223,9 @@ class WeakPtr {
 
 /// Age stamps. An object's age is the value that GlobalTime had at its last change.
 struct RXP2K7_EXPORT Ageable {
+    /// Process-wide clock of changes.
     static std::atomic<std::uint64_t> GlobalTime;
-    std::uint64_t age = 0;
+    std::uint64_t age = 0; ///< of this object
 };
 
 /// Where stored data are kept for reading. This implementation reads nothing back, so one kind

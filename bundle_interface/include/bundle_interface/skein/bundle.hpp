@@ -9,6 +9,7 @@
 #include "bundle_interface/skein/grid.hpp"
 #include "bundle_interface/skein/storage_transformations.hpp"
 
+/// The bundle data model: a file of slices, their grids, fields and fragments.
 namespace Skein {
 
 /// What a bundle file says of its writer: the program and its version.
@@ -45,6 +46,7 @@ class Bundle : public Holdfast::ReferenceBase<Bundle> {
     /// to the file, so that the caller can prepare what comes next; a failure may then show in any
     /// later operation. settle() waits until all has arrived.
     void setWriteBehind(bool on);
+    /// Waits until all that was stored has arrived. Throws what failed meanwhile.
     void settle();
 
     /// Flushes, closes and renames the file to its name. Nothing can be stored afterwards. Calls
@@ -81,7 +83,9 @@ class BundlePtr {
 
     /// The bundle for writing. Throws std::runtime_error if there is none.
     Bundle& create() { return *bundle_; }
+    /// The bundle. Throws std::runtime_error if there is none.
     Bundle* operator->() const { return bundle_.operator->(); }
+    /// The bundle. Throws std::runtime_error if there is none.
     Bundle& operator*() const { return *bundle_; }
 
   private:

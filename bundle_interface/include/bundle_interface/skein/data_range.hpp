@@ -21,12 +21,14 @@ class DataRange;
 template<>
 class RXP2K7_EXPORT DataRange<double> : public DataRangeBase {
   public:
+    /// From 0 to 0.
     DataRange();
+    /// From `least` to `greatest`, which are taken as they are.
     DataRange(double least, double greatest);
     ~DataRange() override;
 
-    double min = 0;
-    double max = 0;
+    double min = 0; ///< the lower bound
+    double max = 0; ///< the upper bound
 };
 
 } // namespace Skein

@@ -15,15 +15,17 @@ class K7File;
 /// Names a field of a representation.
 class FieldID : public Holdfast::ReferenceBase<FieldID> {
   public:
+    /// The identifier of the field called `text`.
     explicit FieldID(std::string text) : name(std::move(text)) {}
-    const std::string name;
+    const std::string name; ///< of the field
 };
 
 /// Names a fragment of a field.
 class FragmentID : public Holdfast::ReferenceBase<FragmentID> {
   public:
+    /// The identifier of the fragment called `text`.
     explicit FragmentID(std::string text) : name(std::move(text)) {}
-    const std::string name;
+    const std::string name; ///< of the fragment
 };
 
 /// Set of fragment names; this implementation gives it no meaning of its own.
@@ -37,6 +39,7 @@ class Field : public Holdfast::ReferenceBase<Field>, public Holdfast::Ageable {
     /// Made by Representation::makeField.
     Field(std::shared_ptr<K7File> file, std::string path, std::string name);
 
+    /// The identifier of the fragment called `name`; nothing is made in the file.
     Holdfast::StrongPtr<FragmentID> makeFragmentID(const std::string& name) const;
 
     /// Stores `array` as the fragment `id`, at once and in one write; nothing of it is kept.
@@ -46,9 +49,10 @@ class Field : public Holdfast::ReferenceBase<Field>, public Holdfast::Ageable {
                            const Holdfast::StrongPtr<Holdfast::Cache>& cache,
                            const std::string& text);
 
+    /// As it was given to Representation::makeFieldID.
     const std::string& name() const noexcept { return name_; }
 
-    Holdfast::Attributes attributes;
+    Holdfast::Attributes attributes; ///< stored with the field
 
   private:
     friend class Representation;
@@ -63,7 +67,9 @@ class Field : public Holdfast::ReferenceBase<Field>, public Holdfast::Ageable {
 /// What makeField returns; converts to the reference to the field.
 class FieldProxy {
   public:
+    /// Of this field, which may be empty.
     explicit FieldProxy(Holdfast::StrongPtr<Field> field) : field_(std::move(field)) {}
+    /// The field; valid as long as the proxy.
     operator Holdfast::StrongPtr<Field>&() noexcept { return field_; }
 
   private:

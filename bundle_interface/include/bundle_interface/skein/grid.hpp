@@ -45,7 +45,7 @@ class Grid : public Holdfast::ReferenceBase<Grid> {
     Holdfast::StrongPtr<Representation>
     makeCartesianRepresentation(int dimension, const std::string& chart, unsigned short parameter);
 
-    Holdfast::Attributes attributes;
+    Holdfast::Attributes attributes; ///< stored with the grid
 
   private:
     std::shared_ptr<K7File> file_;

@@ -13,12 +13,12 @@ namespace Skein {
 
 /// Describes an element type that fields can store.
 struct ElementDescription {
-    const char* name;           ///< as the bundle file names it
-    std::size_t components;     ///< 3 for points and vectors, else 1
-    std::size_t elementSize;    ///< bytes
-    std::size_t componentSize;  ///< bytes
-    const std::type_info* type; ///< of an element
-    const std::type_info* componentType;
+    const char* name;                    ///< as the bundle file names it
+    std::size_t components;              ///< 3 for points and vectors, else 1
+    std::size_t elementSize;             ///< bytes
+    std::size_t componentSize;           ///< bytes
+    const std::type_info* type;          ///< of an element
+    const std::type_info* componentType; ///< of a component
 };
 
 /// Description of T; only double, float, unsigned char, unsigned short, point and vector have one.
@@ -49,10 +49,15 @@ ElementDescription describeElement(const std::type_info& type);
 /// `width` (rank 2), without gaps.
 class MemBase : public Holdfast::ReferenceBase<MemBase> {
   public:
+    /// What an element is.
     virtual ElementDescription element() const = 0;
+    /// Number of dimensions: 1 or 2.
     virtual int rank() const noexcept = 0;
+    /// Number of rows.
     virtual std::size_t rows() const noexcept = 0;
+    /// Elements in a row; 1 where the rank is 1.
     virtual std::size_t width() const noexcept = 0;
+    /// The first element; valid as long as the array and as its chunk is not resized.
     virtual const void* raw() const noexcept = 0;
     /// Lends the elements, which the caller gives back when they are stored; null if they may
     /// change or go as soon as the call that stores them is over, so that they have to be copied.
@@ -91,6 +96,7 @@ class MemArray : public MemBase {
     }
 
   protected:
+    /// What the array views.
     Holdfast::Chunk<T>& chunk() const { return *chunk_; }
 
   private:

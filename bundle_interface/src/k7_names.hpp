@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// What the objects of a K7 file are called.
+namespace Skein::k7 {
+
+/// True for paths from the root on, without empty names.
+bool isPath(const std::string& object);
+
+/// The number of a fragment's name, as it is written and in no other way.
+std::optional<std::uint32_t> fragmentNumber(const std::string& name);
+/// The same of a slice's.
+std::optional<std::uint32_t> sliceNumber(const std::string& name);
+
+std::string slicePath(std::uint32_t number);
+
+} // namespace Skein::k7
