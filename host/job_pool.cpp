@@ -195,9 +195,9 @@ std::string job_pool::start(std::size_t number, const work& run) {
     const bool wired = fresh.ends.make();
     fresh.process = wired ? ::fork() : -1;
     if (fresh.process < 0) {
-        const std::string reason = std::generic_category().message(errno);
-        jobs_.pop_back();
-        return reason;
+        const int failure = errno;
+        jobs_.pop_back(); // descriptors may be what is short, and the text may need one
+        return std::generic_category().message(failure);
     }
     if (fresh.process == 0) {
         wires mine = std::move(fresh.ends);
