@@ -98,8 +98,8 @@ class Together(Jobs):
         self.assertEqual(self.read('current.k7'), self.read('a.k7'))
 
     def test_show_one_line_for_all(self):
-        names = self.make('a', 'b', 'c', shots=400000)
-        code, shown = self.on_terminal('convert', '--jobs', 2, *names)
+        names = self.make('a', 'b', 'c', shots=100000)
+        code, shown = self.on_terminal('convert', '--jobs', 2, *LONG, *names)
         self.assertEqual(code, 0)
         for words in ('\r0 of 3  [', ' of 3  [', ' MB/s', ' left\x1b[K'):
             self.assertIn(words, shown)
