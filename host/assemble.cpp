@@ -1,5 +1,7 @@
 #include "assemble_lines.hpp"
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "recording_output.hpp"
 #include "standard_output.hpp"
 
@@ -27,6 +29,7 @@ constexpr std::size_t ring_words = 2 * longest_packet + 1024;
 struct assemble_options {
     std::string text;
     std::string output;
+    bool json = false;
 
     static constexpr const char* standard = "-";
     bool to_standard_output() const { return output == standard; }
@@ -41,8 +44,8 @@ struct closer {
 };
 using file_handle = std::unique_ptr<std::FILE, closer>;
 
-/// Opens the text; null, with the reason told, where it cannot be read.
-file_handle open_text(const assemble_options& options) {
+/// Opens the text; null, with the reason in the result, where it cannot be read.
+file_handle open_text(const assemble_options& options, command_result& result) {
     if (options.text == assemble_options::standard) {
         return file_handle(stdin);
     }
@@ -50,8 +53,9 @@ file_handle open_text(const assemble_options& options) {
     const bool folder = fs::is_directory(options.text, ignored);
     file_handle file(folder ? nullptr : std::fopen(options.text.c_str(), "rb"));
     if (!file) {
-        std::fprintf(stderr, "rxp2k7: cannot read \"%s\": %s\n", options.text.c_str(),
-                     folder ? "it is a directory" : std::generic_category().message(errno).c_str());
+        result.text = "cannot read \"" + options.text + "\": " +
+                      (folder ? "it is a directory" : std::generic_category().message(errno));
+        result.code = exit_code::input_unreadable;
     }
     return file;
 }
@@ -88,50 +92,58 @@ assembly assemble_all(line_source& source, line_assembler& assembler) {
     }
 }
 
-exit_code tell_bad_line(const assemble_options& options, const assembly& done,
-                        std::uint64_t packets) {
+/// What became of the lines, of which a bad one is the last.
+void tell_end(const assemble_options& options, const assembly& done, std::uint64_t packets,
+              command_result& result) {
+    if (done.error.empty()) {
+        return;
+    }
     const std::string name =
         options.text == assemble_options::standard ? "standard input" : "\"" + options.text + "\"";
-    std::fprintf(stderr, "rxp2k7: %s, line %llu: %s\n", name.c_str(),
-                 static_cast<unsigned long long>(done.line), done.error.c_str());
-    if (packets == 0) {
-        return exit_code::input_unreadable;
+    result.text = name + ", line " + std::to_string(done.line) + ": " + done.error;
+    result.code = exit_code::input_unreadable;
+    if (packets != 0) {
+        result.text +=
+            "; written are the " + std::to_string(packets) + " packets of the lines before it";
+        result.code = exit_code::input_damaged;
     }
-    std::fprintf(stderr, "rxp2k7: written are the %llu packets of the lines before it\n",
-                 static_cast<unsigned long long>(packets));
-    return exit_code::input_damaged;
 }
 
 /// Writes the packets of the text to `sink`; `publish` is called once they are all there, unless
 /// not even the first line is one.
 template<class Publish>
-exit_code assemble_to(const assemble_options& options, std::FILE* text,
-                      std::shared_ptr<scanlib::basic_wconnection> sink, Publish&& publish) {
+void assemble_to(const assemble_options& options, std::FILE* text,
+                 std::shared_ptr<scanlib::basic_wconnection> sink, command_result& result,
+                 Publish&& publish) {
     const auto encoder = std::make_shared<scanlib::encoder_rxpmarker>(
         std::move(sink), ring_words + longest_packet, longest_packet, true);
     scanlib::packet_emitter emitter(encoder);
     line_source source(text);
     line_assembler assembler(emitter);
     const assembly done = assemble_all(source, assembler);
-    if (!done.error.empty() && emitter.packets() == 0) {
-        return tell_bad_line(options, done, 0);
+    tell_end(options, done, emitter.packets(), result);
+    if (result.code == exit_code::input_unreadable) {
+        return;
     }
     encoder->mark_end();
     encoder->flush();
     publish(emitter.packets());
-    return done.error.empty() ? exit_code::good : tell_bad_line(options, done, emitter.packets());
 }
 
-exit_code assemble_to_output(const assemble_options& options, std::FILE* text) {
+void assemble_to_output(const assemble_options& options, std::FILE* text, command_result& result) {
     if (options.to_standard_output()) {
-        return assemble_to(options, text, std::make_shared<standard_output>(),
-                           [](std::uint64_t) {});
+        assemble_to(options, text, std::make_shared<standard_output>(), result,
+                    [](std::uint64_t) {});
+        return;
     }
     recording_output output(options.output);
-    return assemble_to(options, text, output.connection(), [&](std::uint64_t packets) {
+    assemble_to(options, text, output.connection(), result, [&](std::uint64_t packets) {
         output.publish();
-        std::printf("%s\n  packets    %llu\n", options.output.c_str(),
-                    static_cast<unsigned long long>(packets));
+        result.found.number("packets", packets).number("bytes_out", output.bytes_written());
+        if (!options.json) {
+            std::printf("%s\n  packets    %llu\n", options.output.c_str(),
+                        static_cast<unsigned long long>(packets));
+        }
     });
 }
 
@@ -140,16 +152,22 @@ exit_code run(const assemble_options& options) {
     if (fs::equivalent(options.text, options.output, ignored)) {
         throw CLI::ValidationError("OUTPUT", "\"" + options.output + "\" is the input");
     }
-    const file_handle text = open_text(options);
-    if (!text) {
-        return exit_code::input_unreadable;
+    if (options.json && options.to_standard_output()) {
+        throw CLI::ValidationError("--json", "the recording has standard output for itself");
     }
+    command_result result;
+    result.input = options.text;
+    result.output = options.output;
+    const file_handle text = open_text(options, result);
     try {
-        return assemble_to_output(options, text.get());
+        if (text) {
+            assemble_to_output(options, text.get(), result);
+        }
     } catch (const simulator::output_error& e) {
-        std::fprintf(stderr, "rxp2k7: %s\n", e.what());
-        return exit_code::output_failed;
+        result.code = exit_code::output_failed;
+        result.text = e.what();
     }
+    return tell(result, options.json);
 }
 
 } // namespace
@@ -161,6 +179,11 @@ void add_assemble(CLI::App& app, exit_code& result) {
     command->add_option("TEXT", options->text, "lines of text, - for standard input")->required();
     command->add_option("OUTPUT", options->output, "recording to write, - for standard output")
         ->required();
+    command->add_flag("--json", options->json, json_help);
+    command->footer(
+        examples_text({{"The same recording with another serial number",
+                        "rxp2k7 dump --lossless scan.rxp | sed 's/\"SIM00001\"/\"SIM00002\"/' | "
+                        "rxp2k7 assemble - changed.rxp"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

@@ -1,7 +1,10 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "override_report.hpp"
 #include "override_run.hpp"
+#include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -20,7 +23,7 @@ struct check_options {
 
 /// Tells a failure, and all of the result where it is JSON.
 void tell_failure(const check_options& options, const override_check& check) {
-    std::fprintf(stderr, "rxp2k7: %s\n", check.failure.c_str());
+    complain("%s", check.failure.c_str());
     if (options.json) {
         std::fputs(json_of(check).c_str(), stdout);
     }
@@ -43,35 +46,32 @@ exit_code check(const check_options& options) {
         file = read_override_file(options.override_name, result.failure);
     }
     if (!file) {
+        result.code = exit_code::input_unreadable;
         tell_failure(options, result);
-        return exit_code::input_unreadable;
+        return result.code;
     }
     override_findings findings(file->entries, true);
     result.entries = &file->entries;
     result.findings = &findings;
     result.failure =
         read_overridden(options.input, *file, findings, [](const char*, std::uint64_t) {});
+    result.code = code_of(result);
     if (!result.failure.empty()) {
-        std::fprintf(stderr, "rxp2k7: %s\n", result.failure.c_str());
+        complain("%s", result.failure.c_str());
     }
     if (options.json) {
         std::fputs(json_of(result).c_str(), stdout);
     } else {
         print_check(result);
     }
-    return code_of(result);
+    return result.code;
 }
 
 exit_code run(const check_options& options) {
     if (is_live_stream(options.input)) {
         throw CLI::ValidationError("check-override", "INPUT must be a recording");
     }
-    const exit_code code = check(options);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
-        return exit_code::output_failed;
-    }
-    return code;
+    return flushed(check(options));
 }
 
 } // namespace
@@ -83,7 +83,9 @@ void add_check_override(CLI::App& app, exit_code& result) {
     auto options = std::make_shared<check_options>();
     command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
     command->add_option("PXP", options->override_name, "override text (*.pxp)")->required();
-    command->add_flag("--json", options->json, "print one JSON object");
+    command->add_flag("--json", options->json, json_help);
+    command->footer(
+        examples_text({{"Why a text has no effect", "rxp2k7 check-override scan.rxp scan.pxp"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

@@ -8,6 +8,9 @@ class App;
 
 namespace host {
 
+/// What the option --json of every command is said to do.
+constexpr const char* json_help = "print one JSON object instead of text";
+
 /// Each adds one subcommand to `app`. When the command line chooses it, it runs while `app` parses,
 /// and sets `result`, which outlives `app`. Wrong arguments leave as CLI::ParseError.
 void add_convert(CLI::App& app, exit_code& result);

@@ -1,5 +1,8 @@
 #include "contained_run.hpp"
 
+#include "interrupts.hpp"
+#include "terminal.hpp"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -75,6 +78,7 @@ void end_with(pid_t parent) {
 
 /// The child's life. Ends without the parent's exit handlers and buffers.
 [[noreturn]] void live(int to, const std::function<exit_code(std::string&)>& work) {
+    drop_inherited_handlers();
     limit(RLIMIT_CORE, 0);
     if (bounds_memory) {
         limit(RLIMIT_AS, most_memory);
@@ -84,10 +88,10 @@ void end_with(pid_t parent) {
     try {
         code = work(told);
     } catch (const std::bad_alloc&) {
-        std::fputs("rxp2k7: reading the file takes too much memory\n", stderr);
+        complain("reading the file takes too much memory");
         code = exit_code::input_damaged;
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: internal failure: %s\n", e.what());
+        complain("internal failure: %s", e.what());
     }
     write_all(to, told);
     _exit(static_cast<int>(code));

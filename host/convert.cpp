@@ -1,123 +1,35 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "conversion_jobs.hpp"
 #include "conversion_report.hpp"
-#include "input_file.hpp"
+#include "conversion_run.hpp"
+#include "help.hpp"
 #include "input_registry.hpp"
 #include "interrupts.hpp"
 #include "numbers.hpp"
 #include "output_folder.hpp"
-#include "printable.hpp"
 #include "progress.hpp"
 #include "stdout_guard.hpp"
+#include "terminal.hpp"
 #include "time_range.hpp"
 
-#include "frontend/conversion.hpp"
 #include "scanlib/file_set.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <new>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 namespace host {
 
 namespace {
-
-struct convert_options {
-    std::vector<std::string> inputs;
-    std::string out_dir = ".";
-    std::uint32_t fragment_size = 100000;
-    std::uint32_t waveform_length = 256;
-    bool no_echoes = false;
-    bool no_waveforms = false;
-    std::optional<std::pair<double, double>> time_range;
-    std::string error_log;
-    std::uint32_t compress = 0;
-    bool json = false;
-};
-
-/// Shows the library's reports, and keeps its summary.
-class monitor : public Riegl::ProgressMonitor {
-  public:
-    monitor(const std::string& input, conversion_result& result)
-        : line_(std::filesystem::path(input).filename().string(), "packets",
-                estimate_packets(input))
-        , result_(result) {}
-
-    void report(const std::string& /*label*/, int current, int total) override {
-        // The last report, 1 of 1, is about the writing of the rest.
-        if (total != 1) {
-            line_.show(static_cast<std::uint64_t>(current < 0 ? 0 : current));
-        }
-    }
-    void summarise(const Riegl::ConversionSummary& summary) override {
-        result_.summary = summary;
-        result_.summarised = true;
-    }
-    void connecting(const std::shared_ptr<Riegl::StreamControl>& stream) override {
-        const std::lock_guard lock(mutex_);
-        stream_ = stream;
-    }
-    /// From any thread; null before the conversion has come so far.
-    std::shared_ptr<Riegl::StreamControl> stream() {
-        const std::lock_guard lock(mutex_);
-        return stream_;
-    }
-    progress_line& line() { return line_; }
-
-  private:
-    progress_line line_;
-    conversion_result& result_;
-    std::mutex mutex_; ///< of the stream
-    std::shared_ptr<Riegl::StreamControl> stream_;
-};
-
-/// Lets Ctrl-C end a live conversion with what it has. A file's conversion ends with the process.
-class live_interrupts {
-  public:
-    live_interrupts(const std::string& input, monitor& shown) {
-        if (is_live_stream(input)) {
-            signals_.emplace([&shown] { end(shown, &Riegl::StreamControl::stop); },
-                             [&shown] { end(shown, &Riegl::StreamControl::cancel); });
-        }
-    }
-    bool any() const { return signals_ && signals_->count() != 0; }
-
-  private:
-    static void end(monitor& shown, void (Riegl::StreamControl::*how)()) {
-        if (const auto stream = shown.stream()) {
-            ((*stream).*how)();
-        }
-    }
-    std::optional<interrupts> signals_;
-};
-
-/// Sends the library's messages to standard error without tearing the bar.
-class console_lines {
-  public:
-    explicit console_lines(progress_line& line) {
-        Holdfast::Console::setSink([&line](const std::string& message) {
-            line.clear();
-            std::fprintf(stderr, "%s\n", printable(message).c_str());
-        });
-    }
-    console_lines(const console_lines&) = delete;
-    console_lines& operator=(const console_lines&) = delete;
-    ~console_lines() { Holdfast::Console::setSink({}); }
-};
-
-std::filesystem::path output_of(const convert_options& options, const std::string& input) {
-    return std::filesystem::path(options.out_dir) /
-           (std::filesystem::path(input).stem().string() + ".k7");
-}
 
 [[noreturn]] void refuse(const std::string& reason) {
     throw CLI::ValidationError("convert", reason);
@@ -140,7 +52,7 @@ void check_outputs(const convert_options& options) {
     }
     std::map<std::filesystem::path, std::string> written; // and from which input
     for (const std::string& input : options.inputs) {
-        const auto output = output_of(options, input);
+        const auto output = options.output_of(input);
         const auto [other, fresh] = written.try_emplace(output, input);
         if (!fresh) {
             refuse_continuation(other->second, input);
@@ -158,101 +70,65 @@ void check_outputs(const convert_options& options) {
     }
 }
 
-Riegl::Input input_record(const convert_options& options) {
-    Riegl::Input record;
-    record.FragSize = options.fragment_size;
-    record.ExportOPP = !options.no_echoes;
-    record.ExportFWF = !options.no_waveforms;
-    record.Exported_FWF_LENGTH = options.waveform_length;
-    record.OutDir = options.out_dir;
-    record.ErrorLog = options.error_log;
-    if (options.time_range) {
-        record.TimeRange = Holdfast::StrongPtr<Skein::DataRange<double>>(
-            new Skein::DataRange<double>(options.time_range->first, options.time_range->second));
-    }
-    if (options.compress != 0) {
-        record.Transformations =
-            Holdfast::StrongPtr<Skein::StorageTransformations>(new Skein::StorageTransformations);
-        record.Transformations->Shuffle = true;
-        record.Transformations->DeflateLevel = options.compress;
-    }
-    return record;
-}
+/// Looks at the input when there is something to show, and not before.
+class packets_line : public progress_view {
+  public:
+    explicit packets_line(const std::string& input) : input_(input) {}
 
-/// Which failure an exception of the library was.
-exit_code code_of_exception(const conversion_result& result, const std::exception& e) {
-    if (dynamic_cast<const std::bad_alloc*>(&e) != nullptr) {
-        return exit_code::internal_failure;
+    void show(std::uint64_t packets) override {
+        if (!line_) {
+            line_.emplace(std::filesystem::path(input_).filename().string(), packets_of(input_));
+        }
+        line_->show(packets);
     }
-    if (result.summary.store_failed) {
-        return exit_code::output_failed;
+    void clear() override {
+        if (line_) {
+            line_->clear();
+        }
     }
-    return result.summary.abandoned ? exit_code::input_unreadable : exit_code::internal_failure;
-}
 
-exit_code code_of_result(const conversion_result& result) {
-    if (result.summary.store_failed) {
-        return exit_code::output_failed;
-    }
-    if (result.summary.abandoned) {
-        return exit_code::input_unreadable;
-    }
-    // With a text alone, what there was is stored, but it told too little.
-    const bool damaged = result.summary.interrupted || !result.text.empty() ||
-                         !result.summary.recording.unread.empty();
-    return damaged ? exit_code::input_damaged : exit_code::good;
-}
+  private:
+    const std::string& input_;
+    std::optional<progress_line> line_;
+};
 
-void convert_readable(const convert_options& options, conversion_result& result) {
-    Riegl::Input record = input_record(options);
-    auto* const shown = new monitor(result.input, result);
-    record.Progress = Holdfast::StrongPtr<Riegl::ProgressMonitor>(shown);
-    const console_lines lines(shown->line());
-    const live_interrupts signals(result.input, *shown);
-    const auto start = std::chrono::steady_clock::now();
-    try {
-        result.text = Riegl::rxpToSkeinK7(result.input, record);
-        result.code = code_of_result(result);
-    } catch (const std::exception& e) {
-        result.text = e.what();
-        result.code = code_of_exception(result, e);
-    }
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    result.seconds = took.count();
-    result.errors = record.Errors;
-    result.interrupted_by_user = signals.any();
-}
-
-conversion_result convert_one(const convert_options& options, const std::string& input) {
-    conversion_result result;
-    result.input = input;
-    result.output = output_of(options, input).string();
-    result.text = reason_unreadable(input);
-    if (!result.text.empty()) {
-        result.code = exit_code::input_unreadable;
-        return result;
-    }
-    convert_readable(options, result);
-    return result;
-}
-
-std::vector<conversion_result> convert_all(const convert_options& options) {
-    std::vector<conversion_result> results;
+/// Converts one input after the other in this process.
+std::vector<conversion_outcome> convert_here(const convert_options& options) {
+    end_request end;
+    std::vector<conversion_outcome> outcomes;
+    const interrupts watch([&](int signal) { end.stop(signal); },
+                           [&](int signal) { end.cancel(signal); });
     for (const std::string& input : options.inputs) {
-        results.push_back(convert_one(options, input));
-        report_failure(results.back());
+        if (watch.count() != 0) {
+            const auto left = not_converted(input, options.output_of(input).string(), watch.last());
+            report_failure(left);
+            outcomes.push_back(outcome_of(left));
+            continue;
+        }
+        packets_line shown(input);
+        const conversion_result result = convert_one(options, input, shown, end);
+        report_failure(result);
         if (!options.json) {
-            print_summary(results.back());
+            print_summary(result);
         }
-        if (results.back().interrupted_by_user) {
-            break;
-        }
+        outcomes.push_back(outcome_of(result));
     }
-    return results;
+    return outcomes;
+}
+
+std::vector<conversion_outcome> convert_all(const convert_options& options) {
+    if (options.jobs > 1 && options.inputs.size() > 1) {
+        return convert_in_processes(options);
+    }
+    if (options.json) {
+        const stdout_guard guard;
+        return convert_here(options);
+    }
+    return convert_here(options);
 }
 
 /// One input's code is the program's; of several, any failure makes it "some failed".
-exit_code joint_code(const std::vector<conversion_result>& results) {
+exit_code joint_code(const std::vector<conversion_outcome>& results) {
     if (results.size() == 1) {
         return results.front().code;
     }
@@ -261,43 +137,64 @@ exit_code joint_code(const std::vector<conversion_result>& results) {
     return all_good ? exit_code::good : exit_code::some_inputs_failed;
 }
 
+/// Ends the process by the signal that kept an input from being converted, or that cancelled one.
+void end_as_signalled(const std::vector<conversion_outcome>& results) {
+    for (const conversion_outcome& r : results) {
+        if (r.ended_by != 0) {
+            end_process_by(r.ended_by);
+        }
+    }
+}
+
 /// Results where the output folder rules out every conversion.
-std::vector<conversion_result> refuse_all(const convert_options& options,
-                                          const std::string& reason) {
-    std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
-    std::vector<conversion_result> results;
+std::vector<conversion_outcome> refuse_all(const convert_options& options,
+                                           const std::string& reason) {
+    complain("%s", reason.c_str());
+    std::vector<conversion_outcome> results;
     for (const std::string& input : options.inputs) {
         conversion_result result;
         result.input = input;
-        result.output = output_of(options, input).string();
+        result.output = options.output_of(input).string();
         result.text = reason;
         result.code = exit_code::output_failed;
-        results.push_back(std::move(result));
+        results.push_back(outcome_of(result));
     }
     return results;
 }
 
 exit_code run(const convert_options& options) {
     check_outputs(options);
-    std::vector<conversion_result> results;
+    std::vector<conversion_outcome> results;
     const std::string blocked = reason_folder_unwritable(options.out_dir);
     if (!blocked.empty()) {
         results = refuse_all(options, blocked);
-    } else if (options.json) {
-        const stdout_guard guard;
-        results = convert_all(options);
     } else {
         results = convert_all(options);
     }
     if (options.json) {
         std::fputs(json_of(results).c_str(), stdout);
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
-        return exit_code::output_failed;
-    }
-    interrupts::end_process_if_cancelled();
-    return blocked.empty() ? joint_code(results) : exit_code::output_failed;
+    const exit_code code =
+        flushed(blocked.empty() ? joint_code(results) : exit_code::output_failed);
+    end_as_signalled(results);
+    return code;
+}
+
+/// `--jobs N`; 0 and "auto" are the number of processors.
+void add_jobs(CLI::App& command, std::uint32_t& jobs) {
+    constexpr std::uint64_t most = 1024;
+    command
+        .add_option_function<std::string>(
+            "--jobs",
+            [&jobs](const std::string& text) {
+                const std::uint64_t n = text == "auto" ? 0 : parse_whole("--jobs", text, 0, most);
+                jobs = n != 0 ? static_cast<std::uint32_t>(n)
+                              : std::max(1U, std::thread::hardware_concurrency());
+            },
+            "convert so many inputs at a time, each in a process of its own; 0 or auto for one a "
+            "processor. Each takes up to 256 MiB of memory")
+        ->default_str("1")
+        ->type_name("NUMBER");
 }
 
 } // namespace
@@ -325,9 +222,23 @@ void add_convert(CLI::App& app, exit_code& result) {
             "seconds; fragments that lie wholly inside are skipped")
         ->type_name("MIN:MAX");
     command->add_option("--error-log", options->error_log, "file to which warnings are appended");
+    add_jobs(*command, options->jobs);
+    command->add_flag("--skip-done", options->skip_done,
+                      "leave out inputs whose K7 file is whole, written by this version, and newer "
+                      "than every file of the recording. Other options are not compared: give "
+                      "other ones another directory");
     add_whole<std::uint32_t>(*command, "--compress", options->compress,
                              "deflate level of the K7 file, 0 for none", 0, 9);
-    command->add_flag("--json", options->json, "print one JSON object instead of the summaries");
+    command->add_flag("--json", options->json, json_help);
+    command->footer(
+        examples_text({{"All recordings of a folder, as many at a time as there are processors; "
+                        "again, what is missing",
+                        "rxp2k7 convert *.rxp --out-dir out --jobs auto --skip-done"},
+                       {"The summaries for another program",
+                        "rxp2k7 convert *.rxp --out-dir out --json > summaries.json"},
+                       {"A file as small as it gets", "rxp2k7 convert scan.rxp --compress 9"},
+                       {"Straight from an instrument, until Ctrl-C",
+                        "rxp2k7 convert rdtp://192.168.0.1/current"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

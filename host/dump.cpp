@@ -1,8 +1,10 @@
 #include "commands.hpp"
 #include "dump_lines.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "numbers.hpp"
 #include "recording_walk.hpp"
+#include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -86,7 +88,7 @@ dump_form form_of(const dump_options& options) {
 exit_code run(const dump_options& options) {
     const dump_form form = form_of(options);
     if (const std::string reason = reason_unreadable(options.input); !reason.empty()) {
-        std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
+        complain("%s", reason.c_str());
         return exit_code::input_unreadable;
     }
     recording_walk walk;
@@ -103,14 +105,14 @@ exit_code run(const dump_options& options) {
     try {
         walk_recording(options.input, walk, take, take);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: cannot read \"%s\": %s\n", options.input.c_str(), e.what());
+        complain("cannot read \"%s\": %s", options.input.c_str(), e.what());
         return exit_code::input_unreadable;
     }
     if (const int reason = output.finish(); reason != 0) {
         // Whoever closes the pipe has seen enough.
         if (reason != EPIPE) {
-            std::fprintf(stderr, "rxp2k7: cannot write to standard output: %s\n",
-                         std::generic_category().message(reason).c_str());
+            complain("cannot write to standard output: %s",
+                     std::generic_category().message(reason).c_str());
         }
         return exit_code::output_failed;
     }
@@ -146,6 +148,9 @@ void add_dump(CLI::App& app, exit_code& result) {
                       "print packets that the fields of their kind do not cover as words, so that "
                       "assemble gives the same packets again");
     add_whole(*command, "--limit", options->limit, "print so many lines at most")->default_str("");
+    command->footer(examples_text(
+        {{"Who recorded it, and how", "rxp2k7 dump scan.rxp --tags instrument"},
+         {"The first shots", "rxp2k7 dump scan.rxp --kinds laser_shot_2angles --limit 20"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

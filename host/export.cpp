@@ -1,9 +1,11 @@
+#include "command_result.hpp"
 #include "commands.hpp"
 #include "contained_run.hpp"
 #include "export/csv_writer.hpp"
 #include "export/las_writer.hpp"
 #include "export/ply_writer.hpp"
 #include "export/point_join.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
 #include "printable.hpp"
@@ -11,6 +13,7 @@
 #include "recording_output.hpp"
 #include "scan_attribute.hpp"
 #include "standard_output.hpp"
+#include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -118,7 +121,7 @@ void write_slice(const export_options& options, const Skein::K7Reader& file,
                  const std::string& slice, point_writer& writer, export_result& result) {
     try {
         point_join join(file, slice);
-        progress_line line(fs::path(options.input).filename().string(), "echoes", join.size());
+        progress_line line(fs::path(options.input).filename().string(), {"echoes", join.size()});
         std::vector<exported_point> points(points_at_once);
         for (std::size_t n = points.size(); n == points.size();) {
             n = join.next(points);
@@ -223,8 +226,7 @@ std::string summary_of(const export_options& options, const export_result& resul
 
 void warn(const export_options& options, std::uint64_t count, const char* what) {
     if (count != 0) {
-        std::fprintf(stderr, "rxp2k7: %s: left out %" PRIu64 " %s\n", options.input.c_str(), count,
-                     what);
+        complain("%s: left out %" PRIu64 " %s", options.input.c_str(), count, what);
     }
 }
 
@@ -234,14 +236,13 @@ bool is_written(const export_result& result) {
 
 void tell(const export_options& options, const export_result& result) {
     if (!is_complete(options) && is_written(result)) {
-        std::fprintf(stderr, "rxp2k7: %s is not complete; exported is what it holds so far\n",
-                     options.input.c_str());
+        complain("%s is not complete; exported is what it holds so far", options.input.c_str());
     }
     warn(options, result.counts.without_shot, "echoes without a shot of their time");
     warn(options, result.counts.not_finite, "echoes whose place is no number");
     warn(options, result.too_far, "points too far away for the format");
     if (!result.text.empty()) {
-        std::fprintf(stderr, "rxp2k7: %s\n", printable(result.text).c_str());
+        complain("%s", printable(result.text).c_str());
     }
 }
 
@@ -316,11 +317,7 @@ exit_code run(const export_options& options) {
     exit_code code = exit_code::good;
     const std::string told = export_points(options, code);
     std::fputs(told.c_str(), options.to_standard_output() ? stderr : stdout);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
-        return exit_code::output_failed;
-    }
-    return code;
+    return flushed(code);
 }
 
 } // namespace
@@ -337,7 +334,10 @@ void add_export(CLI::App& app, exit_code& result) {
         ->required();
     command->add_option("--format", options->format, "format, whatever the name of OUT ends in")
         ->check(CLI::IsMember(formats));
-    command->add_flag("--json", options->json, "print one JSON object instead of the summary");
+    command->add_flag("--json", options->json, json_help);
+    command->footer(examples_text(
+        {{"Points for a viewer of LAS files", "rxp2k7 export out/scan.k7 scan.las"},
+         {"Echoes above 20 dB, as a table", "rxp2k7 export out/scan.k7 - | awk -F, '$5 > 20'"}}));
     command->callback([options, &result] {
         choose_format(*options, formats);
         result = run(*options);

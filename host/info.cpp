@@ -1,9 +1,12 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
 #include "recording_files.hpp"
 #include "recording_walk.hpp"
 #include "survey.hpp"
+#include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -93,7 +96,8 @@ std::string losses_json(const recording_walk& r) {
     return all.str();
 }
 
-void print_json(const info_options& options, const survey& found, const recording_walk& r) {
+void print_json(const info_options& options, const survey& found, const recording_walk& r,
+                exit_code code) {
     json_array kinds;
     for (const kind_count& k : found.kinds()) {
         kinds.add(json_object()
@@ -104,9 +108,11 @@ void print_json(const info_options& options, const survey& found, const recordin
                       .str());
     }
     const std::string metadata = found.metadata(false);
-    json_object out;
-    out.text("input", options.input);
-    add_files(out, r.files)
+    command_result result;
+    result.input = options.input;
+    result.text = r.error;
+    result.code = code;
+    add_files(result.found, r.files)
         .text("type", found.instrument_type())
         .text("serial", found.instrument_serial())
         .text("build", found.instrument_build())
@@ -124,41 +130,48 @@ void print_json(const info_options& options, const survey& found, const recordin
                           ? "null"
                           : json_object().text("text", r.error).number("offset", r.offset).str())
         .raw("metadata", metadata.empty() ? "null" : metadata);
-    std::printf("%s\n", out.str().c_str());
+    std::printf("%s\n", json_of(result).str().c_str());
+}
+
+exit_code refuse(const info_options& options, const std::string& reason) {
+    command_result result;
+    result.input = options.input;
+    result.text = reason;
+    result.code = exit_code::input_unreadable;
+    return tell(result, options.json);
 }
 
 exit_code run(const info_options& options) {
     if (const std::string reason = reason_unreadable(options.input); !reason.empty()) {
-        std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
-        return exit_code::input_unreadable;
+        return refuse(options, reason);
     }
     survey found;
     recording_walk r;
     try {
         read_all(options.input, found, r);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: cannot read \"%s\": %s\n", options.input.c_str(), e.what());
-        return exit_code::input_unreadable;
+        return refuse(options, "cannot read \"" + options.input + "\": " + e.what());
     }
+    const bool damaged = !r.error.empty() || !r.files.unread.empty();
     const std::string metadata = options.meta ? found.metadata(true) : std::string();
+    const bool told_too_little = options.meta && metadata.empty();
+    const exit_code code = damaged || told_too_little ? exit_code::input_damaged : exit_code::good;
     if (options.meta) {
         std::fputs(metadata.c_str(), stdout);
     } else if (options.json) {
-        print_json(options, found, r);
+        print_json(options, found, r, code);
     } else {
         print_text(options, found, r);
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
-        return exit_code::output_failed;
+    const exit_code printed = flushed(code);
+    if (printed == exit_code::output_failed) {
+        return printed;
     }
-    const bool damaged = tell_damage(options.input, r);
-    if (options.meta && metadata.empty()) {
-        std::fprintf(stderr, "rxp2k7: \"%s\" has no metadata: the measurement does not start\n",
-                     options.input.c_str());
-        return exit_code::input_damaged;
+    tell_damage(options.input, r);
+    if (told_too_little) {
+        complain("\"%s\" has no metadata: the measurement does not start", options.input.c_str());
     }
-    return damaged ? exit_code::input_damaged : exit_code::good;
+    return code;
 }
 
 } // namespace
@@ -168,8 +181,11 @@ void add_info(CLI::App& app, exit_code& result) {
         "info", "Tell what a recording holds: instrument, metadata, packets by kind, time span.");
     auto options = std::make_shared<info_options>();
     command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
-    CLI::Option* json = command->add_flag("--json", options->json, "print one JSON object");
+    CLI::Option* json = command->add_flag("--json", options->json, json_help);
     command->add_flag("--meta", options->meta, "print the metadata alone, as JSON")->excludes(json);
+    command->footer(examples_text({{"What a recording holds", "rxp2k7 info scan.rxp"},
+                                   {"The parameters alone, for another program",
+                                    "rxp2k7 info --meta scan.rxp > parameters.json"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

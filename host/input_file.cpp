@@ -99,6 +99,32 @@ std::string reason_unreadable(const std::string& name) {
     return {};
 }
 
+std::vector<std::string> files_of_input(const std::string& name) {
+    if (is_live_stream(name)) {
+        return {};
+    }
+    std::vector<std::string> files{name};
+    const scanlib::file_set set = scanlib::find_file_set(name);
+    for (const auto* parts : {&set.prefixes, &set.data}) {
+        for (const scanlib::file_part& part : *parts) {
+            if (part.name != name) {
+                files.push_back(part.name);
+            }
+        }
+    }
+    const scanlib::file_set_names names(name);
+    for (const std::string& text : {names.first_override(), names.second_override()}) {
+        if (scanlib::is_file(text)) {
+            files.push_back(text);
+        }
+    }
+    return files;
+}
+
+std::uint64_t bytes_of_input(const std::string& name) {
+    return is_live_stream(name) ? 0 : scanlib::find_file_set(name).size();
+}
+
 std::uint64_t estimate_packets(const std::string& name) {
     constexpr std::uint64_t samples = 16;
     if (is_live_stream(name)) {

@@ -2,26 +2,14 @@
 
 #include "input_file.hpp"
 
-#include "scanlib/file_set.hpp"
-
 #include <sys/stat.h>
 
 namespace host {
 
 void input_registry::add(const std::string& input) {
-    if (is_live_stream(input)) {
-        return;
+    for (const std::string& file : files_of_input(input)) {
+        add_file(input, file);
     }
-    add_file(input, input);
-    const scanlib::file_set set = scanlib::find_file_set(input);
-    for (const auto* parts : {&set.prefixes, &set.data}) {
-        for (const scanlib::file_part& part : *parts) {
-            add_file(input, part.name);
-        }
-    }
-    const scanlib::file_set_names names(input);
-    add_file(input, names.first_override());
-    add_file(input, names.second_override());
 }
 
 void input_registry::add_file(const std::string& input, const std::string& file) {

@@ -1,4 +1,6 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "inspection_report.hpp"
 #include "output_folder.hpp"
@@ -31,8 +33,8 @@ struct inspect_options {
 class inspection_monitor : public Riegl::ProgressMonitor {
   public:
     inspection_monitor(const std::string& input, inspection_result& result)
-        : line_(std::filesystem::path(input).filename().string(), "packets",
-                estimate_packets(input))
+        : line_(std::filesystem::path(input).filename().string(),
+                {"packets", estimate_packets(input), bytes_of_input(input)})
         , result_(result) {}
 
     void report(const std::string& /*label*/, int current, int /*total*/) override {
@@ -108,11 +110,7 @@ exit_code run(const inspect_options& options) {
     } else {
         print_summary(result);
     }
-    if (std::fflush(stdout) != 0) {
-        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
-        return exit_code::output_failed;
-    }
-    return result.code;
+    return flushed(result.code);
 }
 
 } // namespace
@@ -134,7 +132,10 @@ void add_inspect(CLI::App& app, exit_code& result) {
         ->required();
     command->add_option("--out-dir", options->out_dir, "existing directory for the PDFs")
         ->capture_default_str();
-    command->add_flag("--json", options->json, "print one JSON object instead of the summary");
+    command->add_flag("--json", options->json, json_help);
+    command->footer(examples_text(
+        {{"The waveforms of a millisecond",
+          "rxp2k7 inspect scan.rxp --time-range 43200.01:43200.011 --out-dir plots"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

@@ -3,6 +3,7 @@
 #include "json.hpp"
 #include "losses.hpp"
 #include "recording_files.hpp"
+#include "terminal.hpp"
 
 #include <cinttypes>
 #include <cstdio>
@@ -54,17 +55,16 @@ void report_failure(const inspection_result& r) {
     const Riegl::InspectionSummary& s = r.summary;
     if (!r.text.empty()) {
         const bool names_input = r.text.find(r.input) != std::string::npos;
-        std::fprintf(stderr, "rxp2k7: %s%s\n", names_input ? "" : (r.input + ": ").c_str(),
-                     r.text.c_str());
+        complain("%s%s", names_input ? "" : (r.input + ": ").c_str(), r.text.c_str());
     }
     if (r.stopped) {
-        std::fprintf(stderr, "rxp2k7: %s: stopped at byte %" PRIu64 "; what came before is drawn\n",
-                     r.input.c_str(), s.offset);
+        complain("%s: stopped at byte %" PRIu64 "; what came before is drawn", r.input.c_str(),
+                 s.offset);
     }
     tell_unread(r.input, s.recording);
     if (s.failed_plots != 0) {
-        std::fprintf(stderr, "rxp2k7: %s: %" PRIu64 " plots could not be written to \"%s\": %s\n",
-                     r.input.c_str(), s.failed_plots, r.folder.c_str(), s.failure.c_str());
+        complain("%s: %" PRIu64 " plots could not be written to \"%s\": %s", r.input.c_str(),
+                 s.failed_plots, r.folder.c_str(), s.failure.c_str());
     }
 }
 

@@ -11,9 +11,8 @@ namespace host {
 namespace {
 
 constexpr std::array signals = {SIGINT, SIGTERM};
-constexpr char end_of_watch = 0;
 
-// What a signal handler may touch: it only passes the signal on to the watching thread.
+// What a signal handler may touch: it only passes the signal on.
 std::atomic<int> pipe_in{-1};
 std::atomic<int> cancelled_by{0};
 
@@ -38,50 +37,76 @@ void set_handlers(void (*handler)(int)) {
 
 } // namespace
 
-interrupts::interrupts(std::function<void()> stop, std::function<void()> cancel)
-    : stop_(std::move(stop)), cancel_(std::move(cancel)) {
+signal_pipe::signal_pipe() {
     int ends[2];
     if (::pipe(ends) != 0) {
         throw std::system_error(errno, std::generic_category(), "cannot watch for signals");
     }
+    out_ = file_handle(ends[0]);
+    in_ = file_handle(ends[1]);
     pipe_in = ends[1];
-    watcher_ = std::thread([this, out = ends[0]] {
-        char signal = end_of_watch;
-        while (::read(out, &signal, 1) == 1 && signal != end_of_watch) {
-            take(signal);
-        }
-        ::close(out);
-    });
     set_handlers(pass_on);
 }
 
-interrupts::~interrupts() {
+signal_pipe::~signal_pipe() {
     set_handlers(SIG_DFL);
-    const int in = pipe_in.exchange(-1);
-    if (::write(in, &end_of_watch, 1) == 1) {
-        watcher_.join();
-    } else {
-        watcher_.detach();
+    pipe_in = -1;
+}
+
+bool signal_pipe::write_end_of_watch() {
+    return ::write(pipe_in, &end_of_watch, 1) == 1;
+}
+
+void ignore_interrupts() {
+    set_handlers(SIG_IGN);
+}
+
+void drop_inherited_handlers() {
+    if (pipe_in != -1) {
+        set_handlers(SIG_DFL);
     }
-    ::close(in);
+}
+
+void end_process_by(int signal) {
+    set_handlers(SIG_DFL);
+    ::raise(signal);
+}
+
+interrupts::interrupts(std::function<void(int)> stop, std::function<void(int)> cancel)
+    : stop_(std::move(stop)), cancel_(std::move(cancel)) {
+    watcher_ = std::thread([this] {
+        char signal = signal_pipe::end_of_watch;
+        while (::read(signals_.descriptor(), &signal, 1) == 1 &&
+               signal != signal_pipe::end_of_watch) {
+            take(signal);
+        }
+    });
+}
+
+interrupts::~interrupts() {
+    // Only a signal in between can keep it from that.
+    while (!signal_pipe::write_end_of_watch()) {
+        std::this_thread::yield();
+    }
+    watcher_.join();
 }
 
 void interrupts::take(int signal) {
     const int n = ++count_;
+    last_ = signal;
     if (n == 1) {
-        stop_();
+        stop_(signal);
     } else if (n == 2) {
         cancelled_by = signal;
-        cancel_();
+        cancel_(signal);
     } else {
-        set_handlers(SIG_DFL);
-        ::raise(signal);
+        end_process_by(signal);
     }
 }
 
 void interrupts::end_process_if_cancelled() {
     if (const int signal = cancelled_by.exchange(0); signal != 0) {
-        ::raise(signal);
+        end_process_by(signal);
     }
 }
 

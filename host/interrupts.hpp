@@ -1,23 +1,57 @@
 #pragma once
 
+#include "file_handle.hpp"
+
 #include <atomic>
 #include <functional>
 #include <thread>
 
 namespace host {
 
-/// While it lives, Ctrl-C (or a request to terminate) does not end the process: the first one calls
-/// `stop`, the second one `cancel`, and the third one ends the process as it would have done. Both
-/// are called on a thread of this object's own. One at a time.
+/// While it lives, Ctrl-C (or a request to terminate) does not end the process but can be read from
+/// a descriptor. One at a time.
+class signal_pipe {
+  public:
+    /// Throws std::system_error.
+    signal_pipe();
+    signal_pipe(const signal_pipe&) = delete;
+    signal_pipe& operator=(const signal_pipe&) = delete;
+    ~signal_pipe();
+
+    /// Where signals arrive, a byte each, its number.
+    int descriptor() const noexcept { return out_.get(); }
+    /// Writes a byte that is no signal's. Returns whether that was possible.
+    static bool write_end_of_watch();
+    static constexpr char end_of_watch = 0;
+
+  private:
+    file_handle out_;
+    file_handle in_;
+};
+
+/// For a child process that its parent tells when to end.
+void ignore_interrupts();
+
+/// For any other child process: a signal must not go to the parent's pipe.
+void drop_inherited_handlers();
+
+/// Ends the process by a signal, as if it had not been caught.
+void end_process_by(int signal);
+
+/// While it lives, the first signal calls `stop`, the second one `cancel`, and the third one ends
+/// the process as it would have done. Both are called on a thread of this object's own. One at a
+/// time.
 class interrupts {
   public:
-    interrupts(std::function<void()> stop, std::function<void()> cancel);
+    interrupts(std::function<void(int signal)> stop, std::function<void(int signal)> cancel);
     interrupts(const interrupts&) = delete;
     interrupts& operator=(const interrupts&) = delete;
     ~interrupts();
 
     /// Signals so far.
     int count() const noexcept { return count_; }
+    /// The last one; 0 for none.
+    int last() const noexcept { return last_; }
 
     /// Ends the process by the last signal, if there were two or more; what was cancelled should
     /// look so from outside.
@@ -26,9 +60,11 @@ class interrupts {
   private:
     void take(int signal);
 
-    std::function<void()> stop_;
-    std::function<void()> cancel_;
+    signal_pipe signals_;
+    std::function<void(int)> stop_;
+    std::function<void(int)> cancel_;
     std::atomic<int> count_{0};
+    std::atomic<int> last_{0};
     std::thread watcher_;
 };
 

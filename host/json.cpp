@@ -31,4 +31,12 @@ json_object& json_object::raw(std::string_view name, std::string_view json) {
     return *this;
 }
 
+json_object& json_object::join(const json_object& more) {
+    if (!more.members_.empty()) {
+        members_ += members_.empty() ? "{" : ", ";
+        members_.append(more.members_, 1);
+    }
+    return *this;
+}
+
 } // namespace host

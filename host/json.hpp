@@ -29,6 +29,8 @@ class json_object {
     }
     /// A member whose value is JSON already.
     json_object& raw(std::string_view name, std::string_view json);
+    /// The members of another object behind those that are there.
+    json_object& join(const json_object& more);
 
     /// The object. Nothing is added afterwards.
     std::string str() const { return members_.empty() ? "{}" : members_ + "}"; }

@@ -1,10 +1,13 @@
 #include "bundle_interface/k7_reader.hpp"
 #include "bundle_interface/whole_file.hpp"
+#include "command_result.hpp"
 #include "commands.hpp"
 #include "contained_run.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
 #include "look/page.hpp"
+#include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <cinttypes>
@@ -104,15 +107,29 @@ std::string json_of(const look_options& options, const scan_view& view, exit_cod
 }
 
 exit_code refuse(const std::string& text, exit_code code) {
-    std::fprintf(stderr, "rxp2k7: %s\n", text.c_str());
+    complain("%s", text.c_str());
     return code;
+}
+
+/// Where nothing is drawn.
+exit_code refuse(const look_options& options, const std::string& text, exit_code code,
+                 std::string& told) {
+    if (options.json) {
+        command_result result;
+        result.input = options.input;
+        result.output = output_of(options);
+        result.text = text;
+        result.code = code;
+        told = json_of(result).str() + "\n";
+    }
+    return refuse(text, code);
 }
 
 /// What is printed of a picture that is there.
 std::string told_of(const look_options& options, const scan_view& view, exit_code code) {
     if (view.unclaimed != 0) {
-        std::fprintf(stderr, "rxp2k7: %s: %" PRIu64 " echoes have no shot of their time\n",
-                     options.input.c_str(), view.unclaimed);
+        complain("%s: %" PRIu64 " echoes have no shot of their time", options.input.c_str(),
+                 view.unclaimed);
     }
     return (options.json ? json_of(options, view, code)
                          : options.input + " -> " + output_of(options)) +
@@ -122,22 +139,24 @@ std::string told_of(const look_options& options, const scan_view& view, exit_cod
 exit_code look_at(const look_options& options, std::string& told) {
     const std::string unreadable = reason_unreadable(options.input);
     if (!unreadable.empty()) {
-        return refuse(unreadable, exit_code::input_unreadable);
+        return refuse(options, unreadable, exit_code::input_unreadable, told);
     }
     const std::string output = output_of(options);
     std::error_code error;
     if (std::filesystem::equivalent(options.input, output, error)) {
-        return refuse("the picture would replace \"" + options.input + "\"", exit_code::usage);
+        return refuse(options, "the picture would replace \"" + options.input + "\"",
+                      exit_code::usage, told);
     }
     scan_view view;
     try {
         view = view_scan(options.input);
     } catch (const Skein::K7ReadError& e) {
-        return refuse(e.what(), exit_code::input_unreadable);
+        return refuse(options, e.what(), exit_code::input_unreadable, told);
     }
     const std::string failed = Holdfast::writeWholeFile(output, draw_scan_page(view));
     if (!failed.empty()) {
-        return refuse("cannot write \"" + output + "\": " + failed, exit_code::output_failed);
+        return refuse(options, "cannot write \"" + output + "\": " + failed,
+                      exit_code::output_failed, told);
     }
     const exit_code code =
         view.failure.empty() ? exit_code::good : refuse(view.failure, exit_code::input_damaged);
@@ -148,14 +167,13 @@ exit_code look_at(const look_options& options, std::string& told) {
 exit_code run(const look_options& options) {
     const contained_result result =
         run_contained([&](std::string& told) { return look_at(options, told); });
+    std::string told = result.told;
     if (!result.failure.empty()) {
-        return refuse("cannot read \"" + options.input + "\": " + result.failure, result.code);
+        refuse(options, "cannot read \"" + options.input + "\": " + result.failure, result.code,
+               told);
     }
-    std::fputs(result.told.c_str(), stdout);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        return refuse("cannot write to standard output", exit_code::output_failed);
-    }
-    return result.code;
+    std::fputs(told.c_str(), stdout);
+    return flushed(result.code);
 }
 
 } // namespace
@@ -166,8 +184,10 @@ void add_look(CLI::App& app, exit_code& result) {
     auto options = std::make_shared<look_options>();
     command->add_option("FILE", options->input, "K7 file, or its .part")->required();
     command->add_option("--png", options->png, "picture to write (FILE.png)");
-    command->add_flag("--json", options->json,
-                      "print one JSON object with the numbers that are drawn");
+    command->add_flag("--json", options->json, json_help);
+    command->footer(examples_text({{"The picture beside the file", "rxp2k7 look out/scan.k7"},
+                                   {"Elsewhere, and the numbers behind it",
+                                    "rxp2k7 look out/scan.k7 --png scan.png --json"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

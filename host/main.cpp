@@ -1,11 +1,17 @@
 #include "commands.hpp"
+#include "help.hpp"
+#include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdio>
 #include <exception>
+#include <string>
 
 namespace {
+
+const std::string exit_codes =
+    "Exit codes: 0 all good, 1 internal failure, 2 usage, 3 input unreadable, 4 input damaged "
+    "(what could be read is stored), 5 output failed, 6 some of several inputs failed.";
 
 int run(int argc, char** argv) {
     CLI::App app("Turns laser-scanner recordings (RXP) into K7 files.", "rxp2k7");
@@ -26,9 +32,11 @@ int run(int argc, char** argv) {
     host::add_simulate(app, result);
     host::add_dump(app, result);
     host::add_assemble(app, result);
-    app.footer("Exit codes: 0 all good, 1 internal failure, 2 usage, 3 input unreadable, 4 input "
-               "damaged (what could "
-               "be read is stored), 5 output failed, 6 some of several inputs failed.");
+    app.footer(exit_codes +
+               ("\n\n" + host::examples_text({{"Try the program without an instrument",
+                                               "rxp2k7 simulate 200101_120000_Scanner_1.rxp"},
+                                              {"Convert what it wrote",
+                                               "rxp2k7 convert 200101_120000_Scanner_1.rxp"}})));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -47,9 +55,9 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: internal failure: %s\n", e.what());
+        host::complain("internal failure: %s", e.what());
     } catch (...) {
-        std::fputs("rxp2k7: internal failure\n", stderr);
+        host::complain("internal failure");
     }
     return static_cast<int>(host::exit_code::internal_failure);
 }

@@ -1,4 +1,6 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "override_report.hpp"
 #include "override_run.hpp"
@@ -22,6 +24,7 @@ struct override_options {
     std::string input;
     std::string override_name;
     std::string output;
+    bool json = false;
 };
 
 /// What is read must not be overwritten.
@@ -41,26 +44,27 @@ void check_output(const override_options& options) {
     }
 }
 
-exit_code refuse(const std::string& reason) {
-    std::fprintf(stderr, "rxp2k7: %s\n", reason.c_str());
-    return exit_code::input_unreadable;
-}
-
-exit_code write_overridden(const override_options& options, const override_file& file) {
+void write_overridden(const override_options& options, const override_file& file,
+                      command_result& result) {
     override_findings findings(file.entries, false);
     recording_output output(options.output);
     const std::string failure =
         read_overridden(options.input, file, findings,
                         [&](const char* data, std::uint64_t n) { output.write(data, n); });
     if (!failure.empty()) {
-        return refuse(failure + "; \"" + options.output + "\" is not written");
+        result.code = exit_code::input_unreadable;
+        result.text = failure + "; \"" + options.output + "\" is not written";
+        return;
     }
     output.publish();
     warn_of_findings({options.input, options.override_name, &file.entries, &findings, ""});
-    std::printf("%s\n  bytes      %llu\n", options.output.c_str(),
-                static_cast<unsigned long long>(output.bytes_written()));
     const bool applied = !findings.regions().empty() && !findings.any_outstanding();
-    return applied ? exit_code::good : exit_code::input_damaged;
+    result.code = applied ? exit_code::good : exit_code::input_damaged;
+    result.found.truth("applied", applied).number("bytes_out", output.bytes_written());
+    if (!options.json) {
+        std::printf("%s\n  bytes      %llu\n", options.output.c_str(),
+                    static_cast<unsigned long long>(output.bytes_written()));
+    }
 }
 
 exit_code run(const override_options& options) {
@@ -68,20 +72,25 @@ exit_code run(const override_options& options) {
         throw CLI::ValidationError("override", "INPUT must be a recording");
     }
     check_output(options);
-    std::string reason = reason_unreadable(options.input);
-    if (!reason.empty()) {
-        return refuse(reason);
-    }
-    const std::unique_ptr<override_file> file = read_override_file(options.override_name, reason);
-    if (!file) {
-        return refuse(reason);
+    command_result result;
+    result.input = options.input;
+    result.output = options.output;
+    result.text = reason_unreadable(options.input);
+    std::unique_ptr<override_file> file;
+    if (result.text.empty()) {
+        file = read_override_file(options.override_name, result.text);
     }
     try {
-        return write_overridden(options, *file);
+        if (file) {
+            write_overridden(options, *file, result);
+        } else {
+            result.code = exit_code::input_unreadable;
+        }
     } catch (const simulator::output_error& e) {
-        std::fprintf(stderr, "rxp2k7: %s\n", e.what());
-        return exit_code::output_failed;
+        result.code = exit_code::output_failed;
+        result.text = e.what();
     }
+    return tell(result, options.json);
 }
 
 } // namespace
@@ -94,6 +103,9 @@ void add_override(CLI::App& app, exit_code& result) {
     command->add_option("INPUT", options->input, "recording (*.rxp)")->required();
     command->add_option("PXP", options->override_name, "override text (*.pxp)")->required();
     command->add_option("OUTPUT", options->output, "recording to write")->required();
+    command->add_flag("--json", options->json, json_help);
+    command->footer(examples_text({{"The corrected recording in one file",
+                                    "rxp2k7 override scan.rxp scan.pxp corrected.rxp"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

@@ -1,6 +1,7 @@
 #include "override_report.hpp"
 
 #include "json.hpp"
+#include "terminal.hpp"
 
 #include <cstdio>
 
@@ -196,6 +197,8 @@ std::string json_of(const override_check& check) {
     return json_object()
                .text("input", check.input)
                .text("override", check.override_name)
+               .text("text", check.failure)
+               .number("exit_code", static_cast<int>(check.code))
                .raw("error", text_or_null(check.failure))
                .raw("headers", headers.str())
                .number("further_headers",
@@ -207,20 +210,18 @@ std::string json_of(const override_check& check) {
 void warn_of_findings(const override_check& check) {
     const char* const input = check.input.c_str();
     if (check.findings->regions().empty()) {
-        std::fprintf(stderr, "rxp2k7: \"%s\" has no header, so that nothing is changed\n", input);
+        complain("\"%s\" has no header, so that nothing is changed", input);
     }
     if (check.findings->any_outstanding()) {
-        std::fprintf(stderr,
-                     "rxp2k7: \"%s\" is not the recording that \"%s\" is for: its verification "
-                     "fails, and the recording stays as it is\n",
-                     input, check.override_name.c_str());
+        complain("\"%s\" is not the recording that \"%s\" is for: its verification "
+                 "fails, and the recording stays as it is",
+                 input, check.override_name.c_str());
         return;
     }
     const auto& regions = check.findings->regions();
     for (std::size_t i = 0; !regions.empty() && i < check.entries->packets.size(); ++i) {
         if (regions.front().packets[i].outcome == packet_outcome::unmatched) {
-            std::fprintf(stderr, "rxp2k7: entry %zu of \"%s\" matches nothing\n", i + 1,
-                         check.override_name.c_str());
+            complain("entry %zu of \"%s\" matches nothing", i + 1, check.override_name.c_str());
         }
     }
 }

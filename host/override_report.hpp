@@ -1,5 +1,6 @@
 #pragma once
 
+#include "exit_code.hpp"
 #include "override_findings.hpp"
 
 #include <string>
@@ -13,6 +14,7 @@ struct override_check {
     const scanlib::override_text* entries = nullptr; ///< null where there is none
     const override_findings* findings = nullptr;
     std::string failure; ///< what kept the recording from being read or corrected to its end
+    exit_code code = exit_code::good;
 };
 
 /// Prints what becomes of each entry to standard output.

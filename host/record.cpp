@@ -1,5 +1,7 @@
+#include "command_result.hpp"
 #include "commands.hpp"
 #include "file_handle.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "interrupts.hpp"
 #include "printable.hpp"
@@ -33,6 +35,7 @@ struct record_options {
     std::string uri;
     std::string output;
     bool resume = false;
+    bool json = false;
 };
 
 /// The output could not be written or is not to be touched.
@@ -118,7 +121,7 @@ class recorder {
         , sink_(options.output, from.bytes)
         , place_(from.continuation)
         , bytes_(from.bytes)
-        , line_(options.output, "bytes", 0) {}
+        , line_(options.output, {"bytes"}) {}
 
     void run() {
         std::vector<char> buffer(buffer_bytes);
@@ -171,11 +174,15 @@ bool came_to_its_end(scanlib::basic_rconnection& connection) {
 }
 
 /// Says how a run ended, and leaves the note where there is more to come.
-void close_run(recorder& run, const record_options& options, bool at_end) {
+void close_run(recorder& run, const record_options& options, bool at_end, command_result& result) {
     run.clear_line();
     const bool can_go_on = !at_end && run.keep_note();
     if (at_end) {
         run.forget_note();
+    }
+    result.found.number("bytes_out", run.bytes()).truth("resumable", can_go_on);
+    if (options.json) {
+        return;
     }
     std::printf("%s -> %s\n  bytes      %llu\n", options.uri.c_str(), options.output.c_str(),
                 static_cast<unsigned long long>(run.bytes()));
@@ -184,10 +191,10 @@ void close_run(recorder& run, const record_options& options, bool at_end) {
     }
 }
 
-exit_code record_from(const record_options& options, const resume_note& from) {
+void record_from(const record_options& options, const resume_note& from, command_result& result) {
     const std::shared_ptr<scanlib::basic_rconnection> connection(
         scanlib::basic_rconnection::create(options.uri, from.continuation, ""));
-    const interrupts signals([&] { connection->stop(); }, [&] { connection->cancel(); });
+    const interrupts signals([&](int) { connection->stop(); }, [&](int) { connection->cancel(); });
     connection->open();
     recorder run(options, from, *connection);
     try {
@@ -196,32 +203,33 @@ exit_code record_from(const record_options& options, const resume_note& from) {
         // The note of a second ago stays where no newer one can be written.
         throw;
     } catch (const std::exception& e) {
-        close_run(run, options, false);
-        std::fprintf(stderr, "rxp2k7: %s: stopped at byte %llu; what came before is stored: %s\n",
-                     options.uri.c_str(), static_cast<unsigned long long>(run.bytes()),
-                     printable(e.what()).c_str());
-        return exit_code::input_damaged;
+        close_run(run, options, false, result);
+        result.code = exit_code::input_damaged;
+        result.text = options.uri + ": stopped at byte " + std::to_string(run.bytes()) +
+                      "; what came before is stored: " + printable(e.what());
+        return;
     }
-    close_run(run, options, signals.count() == 0 && came_to_its_end(*connection));
+    close_run(run, options, signals.count() == 0 && came_to_its_end(*connection), result);
     connection->close();
-    return exit_code::good;
 }
 
 exit_code run(const record_options& options) {
     if (!is_live_stream(options.uri)) {
         throw CLI::ValidationError("record", "\"" + options.uri + "\" is no rdtp: or rddp: URI");
     }
-    exit_code code = exit_code::good;
+    command_result result;
+    result.input = options.uri;
+    result.output = options.output;
     try {
-        code = record_from(options, find_note(options).value_or(resume_note{}));
+        record_from(options, find_note(options).value_or(resume_note{}), result);
     } catch (const output_error& e) {
-        std::fprintf(stderr, "rxp2k7: %s\n", e.what());
-        code = exit_code::output_failed;
+        result.code = exit_code::output_failed;
+        result.text = e.what();
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: %s: %s\n", options.uri.c_str(), printable(e.what()).c_str());
-        code = exit_code::input_unreadable;
+        result.code = exit_code::input_unreadable;
+        result.text = options.uri + ": " + printable(e.what());
     }
-    std::fflush(stdout);
+    const exit_code code = tell(result, options.json);
     interrupts::end_process_if_cancelled();
     return code;
 }
@@ -234,6 +242,10 @@ void add_record(CLI::App& app, exit_code& result) {
     command->add_option("URI", options->uri, "rdtp: or rddp: URI")->required();
     command->add_option("OUTPUT", options->output, "new recording (*.rxp)")->required();
     command->add_flag("--resume", options->resume, "go on with a recording that was interrupted");
+    command->add_flag("--json", options->json, json_help);
+    command->footer(examples_text(
+        {{"A stream, until it ends or Ctrl-C", "rxp2k7 record rdtp://192.168.0.1/current new.rxp"},
+         {"The rest of it", "rxp2k7 record rdtp://192.168.0.1/current new.rxp --resume"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

@@ -1,6 +1,7 @@
 #include "recording_files.hpp"
 
 #include "input_file.hpp"
+#include "terminal.hpp"
 
 #include <cstdio>
 #include <filesystem>
@@ -42,13 +43,13 @@ void tell_unread(const std::string& input, const Riegl::RecordingFiles& files) {
     const file_list& unread = files.unread;
     for (std::size_t i = 0; i < unread.size() && i < most_unread_told; ++i) {
         const std::string reason = reason_unreadable(unread[i].string());
-        std::fprintf(stderr, "rxp2k7: %s: \"%s\" belongs to the recording but was left out: %s\n",
-                     input.c_str(), unread[i].c_str(),
-                     reason.empty() ? "it follows a file that could not be read" : reason.c_str());
+        complain("%s: \"%s\" belongs to the recording but was left out: %s", input.c_str(),
+                 unread[i].c_str(),
+                 reason.empty() ? "it follows a file that could not be read" : reason.c_str());
     }
     if (unread.size() > most_unread_told) {
-        std::fprintf(stderr, "rxp2k7: %s: %zu more files were left out\n", input.c_str(),
-                     unread.size() - most_unread_told);
+        complain("%s: %zu more files were left out", input.c_str(),
+                 unread.size() - most_unread_told);
     }
 }
 

@@ -27,7 +27,7 @@ fs::path recording_output::name_until_whole(const std::string& path) {
 
 recording_output::recording_output(const std::string& path)
     : path_(place_of(path)), written_(name_until_whole(path)) {
-    file_ = std::make_shared<simulator::recording_file>(written_);
+    file_ = std::make_shared<simulator::recording_file>(written_, path);
 }
 
 recording_output::~recording_output() {

@@ -1,13 +1,13 @@
 #include "recording_walk.hpp"
 
 #include "recording_files.hpp"
+#include "terminal.hpp"
 
 #include "scanlib/connection.hpp"
 #include "scanlib/counts_per_byte.hpp"
 #include "scanlib/file_connection.hpp"
 #include "scanlib/rxpmarker.hpp"
 
-#include <cstdio>
 #include <exception>
 #include <memory>
 
@@ -70,17 +70,17 @@ bool tell_damage(const std::string& input, const recording_walk& walk) {
     for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
         const auto kind = static_cast<scanlib::loss>(i);
         if (walk.losses.count(kind) != 0) {
-            std::fprintf(stderr, "rxp2k7: at byte %llu: %s\n",
-                         static_cast<unsigned long long>(walk.losses.first_offset(kind)),
-                         scanlib::info_of(kind).sentence);
+            complain("%s: at byte %llu: %s", input.c_str(),
+                     static_cast<unsigned long long>(walk.losses.first_offset(kind)),
+                     scanlib::info_of(kind).sentence);
         }
     }
     tell_unread(input, walk.files);
     if (walk.error.empty()) {
         return !walk.files.unread.empty();
     }
-    std::fprintf(stderr, "rxp2k7: \"%s\" is damaged at byte %llu: %s\n", input.c_str(),
-                 static_cast<unsigned long long>(walk.offset), walk.error.c_str());
+    complain("\"%s\" is damaged at byte %llu: %s", input.c_str(),
+             static_cast<unsigned long long>(walk.offset), walk.error.c_str());
     return true;
 }
 

@@ -1,4 +1,6 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "numbers.hpp"
 #include "recording_walk.hpp"
@@ -6,6 +8,7 @@
 #include "replay_server.hpp"
 #include "socket_address.hpp"
 #include "survey.hpp"
+#include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -34,6 +37,7 @@ struct replay_options {
     double rate = 0; ///< MB/s, 0 for none given
     bool real_time = false;
     std::uint64_t chunk = 0; ///< 0 for none given
+    bool json = false;
 };
 
 [[noreturn]] void refuse(const std::string& reason) {
@@ -58,7 +62,7 @@ replay_pace recorded_pace(const std::string& input) {
     };
     walk_recording(input, walk, take, [](const auto*, const auto*) { return true; });
     if (marks.empty()) {
-        std::fprintf(stderr, "rxp2k7: \"%s\" tells too few times to be paced by\n", input.c_str());
+        complain("\"%s\" tells too few times to be paced by", input.c_str());
     }
     return replay_pace(std::move(marks));
 }
@@ -80,12 +84,13 @@ replay_settings settings_of(const replay_options& options) {
 
 /// Tells the address and serves until a signal ends the program.
 exit_code serve(const std::shared_ptr<const replay_recording>& recording,
-                const std::string& address, const replay_settings& settings) {
+                const std::string& address, const replay_settings& settings, bool json) {
     std::string host = loopback;
     std::string port;
     split_address(address, host, port);
     const replay_server server(recording, host, port, settings);
-    std::printf("rdtp://%s:%u/current\n", host.c_str(), static_cast<unsigned>(server.port()));
+    const std::string uri = "rdtp://" + host + ":" + std::to_string(server.port()) + "/current";
+    std::printf("%s\n", json ? json_object().text("uri", uri).str().c_str() : uri.c_str());
     std::fflush(stdout);
     while (true) {
         ::pause();
@@ -93,14 +98,20 @@ exit_code serve(const std::shared_ptr<const replay_recording>& recording,
 }
 
 exit_code send(const replay_recording& recording, const std::string& address,
-               const replay_settings& settings) {
+               const replay_settings& settings, bool json) {
     std::string host;
     std::string port;
     split_address(address, host, port);
     const sent_datagrams sent = send_datagrams(recording, host, port, settings);
-    std::printf("%llu datagrams, %llu bytes\n", static_cast<unsigned long long>(sent.datagrams),
-                static_cast<unsigned long long>(sent.bytes));
-    return exit_code::good;
+    if (json) {
+        const auto found =
+            json_object().number("datagrams", sent.datagrams).number("bytes_out", sent.bytes);
+        std::printf("%s\n", found.str().c_str());
+    } else {
+        std::printf("%llu datagrams, %llu bytes\n", static_cast<unsigned long long>(sent.datagrams),
+                    static_cast<unsigned long long>(sent.bytes));
+    }
+    return flushed(exit_code::good);
 }
 
 void check_usage(const replay_options& options) {
@@ -123,17 +134,17 @@ exit_code run(const replay_options& options) {
     check_usage(options);
     const std::string unreadable = reason_unreadable(options.input);
     if (!unreadable.empty() || is_live_stream(options.input)) {
-        std::fprintf(stderr, "rxp2k7: %s\n",
-                     unreadable.empty() ? "a live stream cannot be replayed" : unreadable.c_str());
+        complain("%s",
+                 unreadable.empty() ? "a live stream cannot be replayed" : unreadable.c_str());
         return exit_code::input_unreadable;
     }
     try {
         const auto recording = std::make_shared<const replay_recording>(options.input);
         const replay_settings settings = settings_of(options);
-        return options.rddp.empty() ? serve(recording, options.rdtp, settings)
-                                    : send(*recording, options.rddp, settings);
+        return options.rddp.empty() ? serve(recording, options.rdtp, settings, options.json)
+                                    : send(*recording, options.rddp, settings, options.json);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "rxp2k7: %s\n", e.what());
+        complain("%s", e.what());
         return exit_code::output_failed;
     }
 }
@@ -156,6 +167,11 @@ void add_replay(CLI::App& app, exit_code& result) {
     add_whole(*command, "--chunk", options->chunk,
               "bytes of a chunk (65536) or at most of a datagram (1472)", std::uint64_t{1},
               largest_chunk);
+    command->add_flag("--json", options->json, json_help);
+    command->footer(examples_text(
+        {{"As fast as it was recorded, to whoever connects",
+          "rxp2k7 replay scan.rxp --rdtp 20001 --real-time"},
+         {"As datagrams, 20 MB/s", "rxp2k7 replay scan.rxp --rddp 127.0.0.1:30000 --rate 20"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

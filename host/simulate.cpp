@@ -1,8 +1,10 @@
+#include "command_result.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "numbers.hpp"
 #include "progress.hpp"
+#include "recording_output.hpp"
 #include "simulator/recorder.hpp"
-#include "simulator/recording_file.hpp"
 
 #include "scanlib/rxpmarker.hpp"
 
@@ -28,6 +30,7 @@ struct simulate_options {
     std::vector<std::string> calibration;
     std::string zones_by = "gates";
     bool rate_given = false;
+    bool json = false;
 };
 
 template<class List>
@@ -58,30 +61,34 @@ void settle(simulate_options& options) {
     }
 }
 
-/// A recording that is not whole is none; devices and pipes are left alone.
-void remove_partial(const std::filesystem::path& path) {
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(path, ignored)) {
-        std::filesystem::remove(path, ignored);
-    }
-}
-
-simulator::recording_summary
-write_recording(const simulate_options& options,
-                const std::shared_ptr<simulator::recording_file>& file) {
+simulator::recording_summary write_recording(const simulate_options& options,
+                                             recording_output& output) {
     const auto encoder = std::make_shared<scanlib::encoder_rxpmarker>(
-        file, scanlib::encoder_capacity, scanlib::encoder_headroom, true);
+        output.connection(), scanlib::encoder_capacity, scanlib::encoder_headroom, true);
     scanlib::packet_emitter emitter(encoder);
     simulator::recorder recorder(options.scan, emitter);
-    progress_line progress(std::filesystem::path(options.output).filename().string(), "shots",
-                           options.scan.shots);
+    progress_line progress(std::filesystem::path(options.output).filename().string(),
+                           {"shots", options.scan.shots});
     auto summary = recorder.run([&](std::uint64_t shots) { progress.show(shots); });
-    file->close();
+    output.publish();
     return summary;
 }
 
-void tell(const simulate_options& options, const simulator::recording_summary& done,
-          std::uint64_t bytes, double seconds) {
+json_object json_of(const simulator::recording_summary& done, std::uint64_t bytes, double seconds) {
+    return json_object()
+        .number("shots", done.shots)
+        .number("lines", done.lines)
+        .number("scan_seconds", done.seconds)
+        .number("echoes", done.echoes)
+        .number("artefacts", done.artefacts)
+        .number("waveforms", done.waveforms)
+        .number("packets", done.packets)
+        .number("bytes_out", bytes)
+        .number("seconds", seconds);
+}
+
+void print(const simulate_options& options, const simulator::recording_summary& done,
+           std::uint64_t bytes, double seconds) {
     std::printf("%s\n"
                 "  shots      %llu in %llu lines, %.3f s of scanning\n"
                 "  echoes     %llu, and %llu artefacts\n"
@@ -108,20 +115,21 @@ exit_code run(simulate_options& options) {
         throw CLI::ValidationError("simulate", e.what());
     }
     const auto start = std::chrono::steady_clock::now();
-    std::shared_ptr<simulator::recording_file> file;
+    command_result result;
+    result.output = options.output;
     try {
-        file = std::make_shared<simulator::recording_file>(options.output);
-        const auto done = write_recording(options, file);
+        recording_output output(options.output);
+        const auto done = write_recording(options, output);
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-        tell(options, done, file->bytes_written(), took.count());
-    } catch (const simulator::output_error& e) {
-        if (file) {
-            remove_partial(options.output);
+        result.found = json_of(done, output.bytes_written(), took.count());
+        if (!options.json) {
+            print(options, done, output.bytes_written(), took.count());
         }
-        std::fprintf(stderr, "rxp2k7: %s\n", e.what());
-        return exit_code::output_failed;
+    } catch (const simulator::output_error& e) {
+        result.code = exit_code::output_failed;
+        result.text = e.what();
     }
-    return exit_code::good;
+    return tell(result, options.json);
 }
 
 void add_forms(CLI::App& command, simulate_options& options) {
@@ -196,6 +204,12 @@ void add_simulate(CLI::App& app, exit_code& result) {
     add_forms(*command, *options);
     add_zones(*command, *options);
     add_waveforms(*command, *options);
+    command->add_flag("--json", options->json, json_help);
+    command->footer(
+        examples_text({{"A small recording with waveforms, in the densest packing",
+                        "rxp2k7 simulate try.rxp --shots 20000 --waveforms hr-compressed"},
+                       {"Echoes from two zones of range, packed as differences",
+                        "rxp2k7 simulate far.rxp --mta 2 --form packed-hr"}}));
     command->callback([options, rate, &result] {
         options->rate_given = rate->count() != 0;
         result = run(*options);

@@ -1,7 +1,10 @@
+#include "command_result.hpp"
 #include "commands.hpp"
 #include "contained_run.hpp"
+#include "help.hpp"
 #include "input_file.hpp"
 #include "json.hpp"
+#include "terminal.hpp"
 #include "verify_file.hpp"
 
 #include <CLI/CLI.hpp>
@@ -108,7 +111,7 @@ std::string json_of(const verification& v) {
 /// What is printed of one file; what cannot be read is told on standard error.
 std::string told_of(const verification& v, bool json) {
     if (!v.text.empty()) {
-        std::fprintf(stderr, "rxp2k7: %s\n", v.text.c_str());
+        complain("%s", v.text.c_str());
     }
     return json ? json_of(v) : v.text.empty() ? lines_of(v) : std::string();
 }
@@ -147,13 +150,9 @@ exit_code run(const verify_options& options) {
     if (options.json) {
         std::fputs((json_object().raw("results", all.str()).str() + "\n").c_str(), stdout);
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::fputs("rxp2k7: cannot write to standard output\n", stderr);
-        return exit_code::output_failed;
-    }
-    return options.inputs.size() == 1 ? first
-           : all_good                 ? exit_code::good
-                                      : exit_code::some_inputs_failed;
+    return flushed(options.inputs.size() == 1 ? first
+                   : all_good                 ? exit_code::good
+                                              : exit_code::some_inputs_failed);
 }
 
 } // namespace
@@ -163,7 +162,10 @@ void add_verify(CLI::App& app, exit_code& result) {
         "verify", "Hold K7 files against the format; list what is wrong, a line each.");
     auto options = std::make_shared<verify_options>();
     command->add_option("FILE", options->inputs, "K7 files, or their .part")->required();
-    command->add_flag("--json", options->json, "print one JSON object instead of the lines");
+    command->add_flag("--json", options->json, json_help);
+    command->footer(examples_text({{"All files of a folder", "rxp2k7 verify out/*.k7"},
+                                   {"What is wrong, for another program",
+                                    "rxp2k7 verify out/scan.k7 --json > findings.json"}}));
     command->callback([options, &result] { result = run(*options); });
 }
 

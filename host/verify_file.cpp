@@ -26,8 +26,9 @@ std::string quoted(std::string_view text) {
 /// One run over a file.
 class file_check {
   public:
-    file_check(const K7Reader& file, bool complete, k7_findings& findings, k7_counts& counts)
-        : file_(file), complete_(complete), findings_(findings), counts_(counts) {}
+    file_check(const K7Reader& file, bool complete, k7_findings& findings, k7_counts& counts,
+               verify_depth depth)
+        : file_(file), complete_(complete), findings_(findings), counts_(counts), depth_(depth) {}
 
     void run() {
         attempt("/", [&] { check_root(); });
@@ -268,7 +269,9 @@ class file_check {
                           "the fragment has no rows; then it has no entry");
         }
         count_rows(grid, rows.value_or(0));
-        values.look_at(parts);
+        if (depth_ == verify_depth::values) {
+            values.look_at(parts);
+        }
     }
 
     static void note_rows(column_source& to, const std::string& path, const Skein::K7Array& array) {
@@ -320,18 +323,20 @@ class file_check {
     const bool complete_;
     k7_findings& findings_;
     k7_counts& counts_;
+    verify_depth depth_;
     std::set<std::uint32_t> numbers_;
 };
 
 } // namespace
 
-void verify_k7_file(const std::string& path, k7_findings& findings, k7_counts& counts) {
+void verify_k7_file(const std::string& path, k7_findings& findings, k7_counts& counts,
+                    verify_depth depth) {
     const K7Reader file(path);
     const bool complete = !path.ends_with(".part");
     if (!complete) {
         findings.add("/", "the file is not complete: its name still ends with .part");
     }
-    file_check(file, complete, findings, counts).run();
+    file_check(file, complete, findings, counts, depth).run();
 }
 
 } // namespace host

@@ -48,17 +48,25 @@ class Entry:
 
 
 class Command:
-    """A help text. The main one has commands, the others have arguments; `footer` is what follows."""
+    """A help text. The main one has commands, the others have arguments; `footer` is what follows. Examples are pairs of
+    a purpose and a line."""
 
     def __init__(self, name, text):
         self.name = name
         head, _, body = text.partition('\nUsage: ')
         self.sentence = ' '.join(head.split())
         self.usage, _, body = body.partition('\n')
+        body, self.examples = _examples(body)
         sections, self.footer = _sections(body)
         self.arguments = [Entry(*e) for e in sections.get('Positionals', [])]
         self.options = [Entry(*e) for e in sections.get('Options', [])]
         self.commands = sections.get('Subcommands', [])
+
+
+def _examples(body):
+    """The body without its examples, and these."""
+    body, _, shown = body.partition('\nExamples:\n')
+    return body, re.findall(r'^  (\S.*):\n    (\S.*)$', shown, re.M)
 
 
 def _sections(body):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """make_man.py HOST TEXTS OUT: a man page for the host and one for each command.
 
-Synopsis, options and exit codes come from the host's help. What help has no room for stands in TEXTS/COMMAND.roff
+Synopsis, options, examples and exit codes come from the host's help. What help has no room for stands in TEXTS/COMMAND.roff
 (TEXTS/rxp2k7.roff for the host itself) as sections; DESCRIPTION replaces the help's sentence, others follow the options.
 """
 import os
@@ -49,6 +49,11 @@ def entry(e):
     return '.TP\n%s\n%s' % (names, '\n'.join(more))
 
 
+def example(shown):
+    purpose, line = shown
+    return '%s:\n.PP\n.nf\n.RS\n%s\n.RE\n.fi' % (escape(purpose), escape(line))
+
+
 def exit_codes(footer):
     """The codes of "Exit codes: 0 all good, 1 internal failure, ..." as a list."""
     text = next(line for line in footer if line.startswith('Exit codes: '))
@@ -69,6 +74,8 @@ def page(command, main, commands, texts, version):
         sections.append(('ARGUMENTS', '\n'.join(map(entry, command.arguments))))
     sections.append(('OPTIONS', '\n'.join(map(entry, command.options))))
     sections += own.items()
+    if command.examples:
+        sections.append(('EXAMPLES', '\n.PP\n'.join(map(example, command.examples))))
     if command.name and command.footer:
         sections.append(('NOTES', '\n.PP\n'.join(map(escape, command.footer))))
     sections.append(('EXIT STATUS', '\n'.join(exit_codes(main.footer))))

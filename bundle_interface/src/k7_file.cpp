@@ -17,6 +17,7 @@
 
 #include "array_storage.hpp"
 #include "bundle_interface/holdfast/console.hpp"
+#include "bundle_interface/skein/bundle.hpp"
 #include "commit_file.hpp"
 #include "k7_columns.hpp"
 #include "storage_library.hpp"
@@ -35,7 +36,6 @@ using storage::TypePair;
 using storage::typesOf;
 
 constexpr const char* format_name = "K7";
-constexpr const char* creator = "rxp2k7";
 constexpr std::uint32_t format_version = 1;
 // Links stay in the header of their group up to this count. A field's header has room for its first
 // links from the start; each later one adds a piece to the header. Either way a fragment changes
@@ -374,7 +374,7 @@ K7File::K7File(const std::string& path, const StorageTransformations* transforma
         });
         setText("/", "Format", format_name);
         setScalar("/", "FormatVersion", format_version);
-        setText("/", "Creator", creator);
+        setText("/", "Creator", bundleCreator());
         // From here on the .part opens, whenever the process ends.
         flush();
     } catch (...) {

@@ -192,6 +192,10 @@ K7File& bound(const std::shared_ptr<K7File>& file) {
 
 } // namespace
 
+const char* bundleCreator() noexcept {
+    return "rxp2k7 " RXP2K7_VERSION;
+}
+
 Bundle::Bundle() = default;
 
 Bundle::~Bundle() {

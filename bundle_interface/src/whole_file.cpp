@@ -14,9 +14,8 @@ struct Closer {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
-} // namespace
-
-std::string writeWholeFile(const std::string& path, const std::string& bytes) {
+/// Writes a file where it stands. Empty, or the reason why not.
+std::string writeInPlace(const std::string& path, const std::string& bytes) {
     std::unique_ptr<std::FILE, Closer> file(std::fopen(path.c_str(), "wb"));
     if (!file) {
         return std::generic_category().message(errno);
@@ -27,12 +26,29 @@ std::string writeWholeFile(const std::string& path, const std::string& bytes) {
     if (std::fclose(file.release()) == 0 && written) {
         return {};
     }
-    const std::string reason = std::generic_category().message(written ? errno : failure);
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(path, ignored)) {
-        std::filesystem::remove(path, ignored);
+    return std::generic_category().message(written ? errno : failure);
+}
+
+} // namespace
+
+std::string writeWholeFile(const std::string& path, const std::string& bytes) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::path resolved = fs::canonical(path, error); // behind links, which stay
+    const fs::path place = error ? fs::path(path) : resolved;
+    if (fs::exists(place, error) && !fs::is_regular_file(place, error)) {
+        return writeInPlace(path, bytes);
     }
-    return reason;
+    const std::string part = place.native() + ".part";
+    std::string failure = writeInPlace(part, bytes);
+    if (failure.empty()) {
+        fs::rename(part, place, error);
+        failure = error ? error.message() : "";
+    }
+    if (!failure.empty() && fs::is_regular_file(part, error)) {
+        fs::remove(part, error);
+    }
+    return failure;
 }
 
 } // namespace Holdfast

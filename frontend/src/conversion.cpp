@@ -1,6 +1,7 @@
 #include "frontend/conversion.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -52,7 +53,7 @@ class SummaryReport {
     void complete() {
         std::error_code unknown;
         auto file = summary.output;
-        if (summary.store_failed) {
+        if (summary.store_failed || summary.stopped) {
             file += ".part";
         }
         const auto size = std::filesystem::file_size(file, unknown);
@@ -97,18 +98,23 @@ class ConnectionControl : public StreamControl {
     explicit ConnectionControl(const std::shared_ptr<scanlib::basic_rconnection>& connection)
         : connection_(connection) {}
     void stop() override {
+        asked_ = true;
         if (const auto connection = connection_.lock()) {
             connection->stop();
         }
     }
     void cancel() override {
+        asked_ = true;
         if (const auto connection = connection_.lock()) {
             connection->cancel();
         }
     }
+    /// Whether the host asked for the end.
+    bool asked() const noexcept { return asked_; }
 
   private:
     std::weak_ptr<scanlib::basic_rconnection> connection_;
+    std::atomic<bool> asked_{false};
 };
 
 /// One pass over the stream: every packet but the last to both consumers.
@@ -271,12 +277,14 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
     if (!connection) {
         return "rxpToSkeinK7: cannot establish rconnection to file: " + utf8_of(file);
     }
+    const auto control = std::make_shared<ConnectionControl>(connection);
     if (input.Progress.available()) {
-        input.Progress->connecting(std::make_shared<ConnectionControl>(connection));
+        input.Progress->connecting(control);
     }
     const auto interrupted = [&](const std::string& cause, const std::string& message) {
         summary.interrupted = true;
         summary.cause = cause;
+        summary.stopped = control->asked() && scanlib::report_of(*connection) != nullptr;
         return end_interrupted(input, wfm, *connection, message);
     };
     std::string text;
@@ -297,7 +305,10 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
     }
     scanlib::note_unread_files(*connection, report.losses);
     summary.recording = files_of(*connection);
-    return summary.abandoned ? text : finish(text, summary.output, wfm);
+    if (summary.stopped) {
+        wfm.writer().abandon();
+    }
+    return summary.abandoned || summary.stopped ? text : finish(text, summary.output, wfm);
 }
 
 std::string rxpToSkeinK7(const std::filesystem::path& file, Input& input) {

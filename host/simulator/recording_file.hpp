@@ -19,8 +19,10 @@ class output_error : public std::runtime_error {
 /// Write connection to a new file that tells every failure, those of the last bytes too.
 class recording_file : public scanlib::basic_wconnection {
   public:
-    /// Creates or empties the file. Throws output_error.
-    explicit recording_file(const std::filesystem::path& path);
+    /// Creates or empties the file. Throws output_error, with `name` in its text where given: the
+    /// file that was asked for, while this one stands in for it.
+    explicit recording_file(const std::filesystem::path& path,
+                            const std::filesystem::path& name = {});
     /// Without `close`, what is buffered may be lost.
     ~recording_file() override;
 
@@ -40,7 +42,7 @@ class recording_file : public scanlib::basic_wconnection {
         void operator()(std::FILE* f) const noexcept { std::fclose(f); }
     };
 
-    [[noreturn]] void fail(const char* action) const;
+    [[noreturn]] static void fail(const char* action, const std::filesystem::path& name);
 
     std::filesystem::path path_;
     std::unique_ptr<std::FILE, closer> file_;

@@ -210,4 +210,18 @@ TEST(WholeFile, TakesThePlaceOfAnEarlierOneAndLeavesNoPartOfAFailedOne) {
     EXPECT_EQ(Holdfast::writeWholeFile(testing::TempDir(), "text"), "Is a directory");
 }
 
+TEST(WholeFile, KeepsAnEarlierOneUntilItIsWhole) {
+    const std::string path = testing::TempDir() + "whole_file_kept_" + std::to_string(getpid());
+    EXPECT_EQ(Holdfast::writeWholeFile(path, "earlier"), "");
+    std::filesystem::create_directory(path + ".part");
+    EXPECT_EQ(Holdfast::writeWholeFile(path, "later"), "Is a directory");
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "earlier");
+    EXPECT_TRUE(std::filesystem::is_directory(path + ".part")) << "it is somebody else's";
+    std::filesystem::remove(path + ".part");
+    EXPECT_EQ(Holdfast::writeWholeFile(path, "later"), "");
+    EXPECT_FALSE(std::filesystem::exists(path + ".part"));
+    std::filesystem::remove(path);
+}
+
 } // namespace

@@ -2,62 +2,25 @@
 """host_test.py HOST SCAN_TRUTH [TEST ...]: the command-line host as its users meet it: options, exit codes, JSON, messages."""
 import json
 import os
-import shutil
 import signal
 import struct
 import subprocess
 import sys
-import tempfile
 import time
-import unittest
 
 import h5py
 import numpy as np
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'support'))
+import host_case  # noqa: E402
 import k7  # noqa: E402
+from host_case import HostCase  # noqa: E402
 
 HOST = TRUTH = None
 RANGE_UNIT = 0.00025
 
 
-class HostTest(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix='rxp2k7-')
-        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-
-    def host(self, *args, **more):
-        return subprocess.run([HOST] + [str(a) for a in args], cwd=self.folder, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, text=True, timeout=120, **more)
-
-    def good(self, *args):
-        p = self.host(*args)
-        self.assertEqual(p.returncode, 0, p.stderr)
-        return p
-
-    def simulate(self, name='scan.rxp', *args, shots=2000):
-        self.good('simulate', name, '--shots', shots, *args)
-        return self.path(name)
-
-    def convert(self, *args, code=0):
-        p = self.host('convert', '--json', *args)
-        self.assertEqual(p.returncode, code, p.stderr)
-        return json.loads(p.stdout)['results']
-
-    def path(self, *names):
-        return os.path.join(self.folder, *names)
-
-    def write(self, name, data):
-        with open(self.path(name), 'wb') as f:
-            f.write(data)
-        return name
-
-    def read(self, name):
-        with open(self.path(name), 'rb') as f:
-            return f.read()
-
-
-class Usage(HostTest):
+class Usage(HostCase):
     def test_wrong_usage_exits_2_and_says_why(self):
         self.simulate()
         for command, endings in {
@@ -101,7 +64,7 @@ class Usage(HostTest):
         self.assertEqual(self.read('scan.k7'), before)
 
 
-class Simulate(HostTest):
+class Simulate(HostCase):
     def test_the_same_options_give_the_same_bytes_and_another_seed_others(self):
         self.simulate('a.rxp', '--seed', 7)
         self.simulate('b.rxp', '--seed', 7)
@@ -123,7 +86,7 @@ class Simulate(HostTest):
         self.assertFalse(os.path.exists(self.path('scan.rxp')))
 
 
-class Info(HostTest):
+class Info(HostCase):
     def info(self, *args, code=0):
         p = self.host('info', '--json', *args)
         self.assertEqual(p.returncode, code, p.stderr)
@@ -234,7 +197,7 @@ class Info(HostTest):
         self.assertEqual(p.returncode, 5)
 
 
-class Points(HostTest):
+class Points(HostCase):
     HEADER = 'X, Y, Z, targetcount, time, echo_range, amplitude, reflectance, deviation, lineend, red, green, blue, temperature'
 
     def rows(self, text):
@@ -321,7 +284,7 @@ class Points(HostTest):
             self.assertEqual(p.stderr, '')
 
 
-class Convert(HostTest):
+class Convert(HostCase):
     KEYS = {'input', 'output', 'text', 'errors', 'shots', 'echoes', 'waveforms', 'fragments', 'bytes_in', 'bytes_out',
             'seconds', 'losses'}
 
@@ -468,7 +431,7 @@ class Convert(HostTest):
         self.assertFalse(os.path.exists(self.path('scan.k7')))
 
 
-class Geometry(HostTest):
+class Geometry(HostCase):
     """Shot origin + range x direction, joined on the time, must lie on the simulated surfaces."""
 
     SHOTS, RATE = 100000, 50000
@@ -503,4 +466,4 @@ class Geometry(HostTest):
 
 if __name__ == '__main__':
     HOST, TRUTH = (os.path.abspath(a) for a in sys.argv[1:3])
-    unittest.main(argv=[sys.argv[0]] + sys.argv[3:], verbosity=1)
+    host_case.main(2)

@@ -29,6 +29,9 @@ struct ConversionSummary {
     bool interrupted = false;  ///< the stream ended by a failure; what was read before it is stored
     std::string cause;         ///< text of that failure
     bool store_failed = false; ///< the bundle file is not complete
+    /// A StreamControl ended a recording before its end: the bundle file stays as its .part,
+    /// complete up to `offset`, and one of an earlier run stays beside it.
+    bool stopped = false;
     /// The stream could not be opened: no bundle file was made, one of an earlier run stays.
     bool abandoned = false;
     std::uint64_t offset =
@@ -54,10 +57,12 @@ class RXP2K7_EXPORT StreamControl {
     StreamControl& operator=(const StreamControl&) = delete;
     virtual ~StreamControl();
 
-    /// Asks the stream to end at a packet boundary; the conversion then ends as at the end of the
-    /// stream. A live stream ends with the next data that arrive; a file cannot, and fails.
+    /// Asks the stream to end at a packet boundary. A live stream ends with the next data that
+    /// arrive, and the conversion as at the end of the stream. A recording ends at once, and with
+    /// it the conversion, whose bundle file then keeps the name of one that is not whole.
     virtual void stop() = 0;
-    /// Breaks the stream off, also while nothing arrives. What was read is stored.
+    /// Breaks the stream off, also while nothing arrives. What was read is stored. The same as stop
+    /// for a recording.
     virtual void cancel() = 0;
 };
 

@@ -159,8 +159,14 @@ class RecordingMonitor : public Riegl::ProgressMonitor {
         }
     }
     void summarise(const Riegl::ConversionSummary& s) override { summaries.push_back(s); }
-    void connecting(const std::shared_ptr<Riegl::StreamControl>& s) override { stream = s; }
+    void connecting(const std::shared_ptr<Riegl::StreamControl>& s) override {
+        stream = s;
+        if (when_connecting) {
+            when_connecting();
+        }
+    }
 
+    std::function<void()> when_connecting;
     std::function<void()> when_reported;
     std::vector<Report> reports;
     std::vector<Riegl::ConversionSummary> summaries;

@@ -12,6 +12,9 @@
 /// The bundle data model: a file of slices, their grids, fields and fragments.
 namespace Skein {
 
+/// What a bundle file says of its writer: the program and its version.
+const char* bundleCreator() noexcept;
+
 /// A file of slices.
 ///
 /// The file grows as PATH.part and gets its name when it is finished, so that PATH is always a
