@@ -68,8 +68,12 @@ class PacketReader {
         std::uint32_t size;  ///< words
         std::uint32_t bytes; ///< of the stream
     };
+    // What one thread writes for each packet shares no cache line with what the other uses: the
+    // processor fetches them in pairs.
+    static constexpr std::size_t line_pair = 128;
+
     /// Packets on their way from thread to thread.
-    struct Batch {
+    struct alignas(line_pair) Batch {
         std::vector<std::uint32_t> words;
         std::vector<Entry> entries;
         std::uint64_t position = 0;
@@ -89,15 +93,17 @@ class PacketReader {
     void next_batch();
 
     const std::shared_ptr<scanlib::basic_rconnection> connection_;
-    scanlib::decoder_rxpmarker decoder_;
+
+    // Of the reading thread.
+    alignas(line_pair) scanlib::decoder_rxpmarker decoder_;
     scanlib::loss_log losses_;
 
     // Of the caller.
-    std::size_t entry_ = 0;
+    alignas(line_pair) std::size_t entry_ = 0;
     const Batch* taken_ = nullptr;
     std::uint64_t offset_ = 0;
 
-    std::mutex mutex_;
+    alignas(line_pair) std::mutex mutex_;
     std::condition_variable changed_;
     Batch batches_[batch_count];
     std::size_t filled_ = 0; ///< batches filled so far
