@@ -29,7 +29,7 @@ void PacketReader::stop() noexcept {
             const std::lock_guard lock(mutex_);
             stopping_ = true;
         }
-        changed_.notify_all();
+        room_.notify_one();
         thread_.join();
     }
 }
@@ -59,9 +59,12 @@ void PacketReader::next_batch() {
         std::unique_lock lock(mutex_);
         if (taken_ != nullptr) {
             ++used_;
-            changed_.notify_all();
+            // Once for several batches: a thread that sleeps is slow to wake.
+            if (filled_ - used_ == batch_count / 2) {
+                room_.notify_one();
+            }
         }
-        changed_.wait(lock, [this] { return filled_ != used_; });
+        packets_.wait(lock, [this] { return filled_ != used_; });
         taken_ = &batches_[used_ % batch_count];
         entry_ = 0;
     } while (taken_->entries.empty());
@@ -72,7 +75,10 @@ void PacketReader::work() noexcept {
         Batch* batch = nullptr;
         {
             std::unique_lock lock(mutex_);
-            changed_.wait(lock, [this] { return filled_ - used_ < batch_count || stopping_; });
+            if (filled_ - used_ == batch_count) {
+                room_.wait(lock,
+                           [this] { return filled_ - used_ <= batch_count / 2 || stopping_; });
+            }
             if (stopping_) {
                 return;
             }
@@ -88,7 +94,7 @@ void PacketReader::work() noexcept {
             const std::lock_guard lock(mutex_);
             ++filled_;
         }
-        changed_.notify_all();
+        packets_.notify_one();
     }
 }
 

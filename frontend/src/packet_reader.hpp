@@ -82,7 +82,7 @@ class PacketReader {
     };
     // Large enough that a hand-over costs nothing against it, small enough to stay in the cache.
     static constexpr std::size_t batch_words = std::size_t{64} << 10;
-    static constexpr std::size_t batch_count = 4;
+    static constexpr std::size_t batch_count = 8;
     // Ahead of the first packet the preamble is still to be read.
     static constexpr std::uint64_t preamble_bytes = 16;
 
@@ -104,7 +104,8 @@ class PacketReader {
     std::uint64_t offset_ = 0;
 
     alignas(line_pair) std::mutex mutex_;
-    std::condition_variable changed_;
+    std::condition_variable packets_; ///< for the caller: a batch is filled
+    std::condition_variable room_;    ///< for the reading thread: half of the batches are free
     Batch batches_[batch_count];
     std::size_t filled_ = 0; ///< batches filled so far
     std::size_t used_ = 0;   ///< batches done with so far
