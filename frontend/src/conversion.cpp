@@ -14,6 +14,7 @@
 #include "scanlib/counts_per_byte.hpp"
 #include "scanlib/file_connection.hpp"
 #include "scanlib/pointcloud.hpp"
+#include "scanlib/scanlib_exception.hpp"
 #include "text_files.hpp"
 #include "wfm.hpp"
 
@@ -121,10 +122,12 @@ class ConnectionControl : public StreamControl {
 class Pass {
   public:
     Pass(Input& input, const std::filesystem::path& file, WFM& wfm,
-         const std::shared_ptr<scanlib::basic_rconnection>& connection, SummaryReport& report)
+         const std::shared_ptr<scanlib::basic_rconnection>& connection,
+         const ConnectionControl& control, SummaryReport& report)
         : input_(input)
         , file_(file)
         , wfm_(wfm)
+        , control_(scanlib::report_of(*connection) == nullptr ? nullptr : &control)
         , counts_per_byte_(scanlib::counts_per_byte(*connection))
         , reader_(connection, !scanlib::is_live(*connection))
         , meta_engine_(std::make_shared<scanlib::pointcloud>(false))
@@ -166,6 +169,10 @@ class Pass {
 
   private:
     bool next(StreamPacket& packet) {
+        // The wish to end a file counts at once, not for what is read ahead.
+        if (control_ != nullptr && control_->asked()) {
+            throw scanlib::cancelled();
+        }
         report_.losses.at(reader_.offset());
         const bool whole = reader_.next(packet);
         report_.summary.offset = packet.behind;
@@ -202,6 +209,7 @@ class Pass {
     Input& input_;
     const std::filesystem::path& file_;
     WFM& wfm_;
+    const ConnectionControl* control_; ///< null for a stream that ends by itself then
     const std::uint64_t counts_per_byte_;
     std::uint64_t position_ = 0;
     PacketReader reader_;
@@ -292,7 +300,7 @@ std::string convert_stream(const std::filesystem::path& file, Input& input,
         connection->open();
         output.opened();
         scanlib::note_unread_files(*connection, report.losses);
-        text = Pass(input, file, wfm, connection, report).run();
+        text = Pass(input, file, wfm, connection, *control, report).run();
         if (text.empty()) {
             text = end_normally(input, file, wfm, *connection);
         }
