@@ -100,6 +100,7 @@ void PacketReader::work() noexcept {
 
 void PacketReader::fill(Batch& batch) {
     batch.words.clear();
+    batch.words.reserve(batch_words + batch_words / 8); // a packet more than what is full
     batch.entries.clear();
     std::uint64_t before = decoder_.tell();
     scanlib::basic_buffer packet;
