@@ -109,10 +109,11 @@ class Together(Jobs):
 
 class Dying(Jobs):
     def test_one_that_crashes_is_one_failed_input(self):
-        names = self.make('killed', shots=100000) + self.make('a', 'b', 'c')
+        names = self.make('killed', shots=600000) + self.make('a', 'b', 'c')
         p = self.start('convert', '--json', '--jobs', 2, *LONG, *names)
-        self.wait_for(lambda: self.process_of(p.pid, 'killed.rxp') is not None)
-        os.kill(self.process_of(p.pid, 'killed.rxp'), signal.SIGKILL)
+        child = self.stopped(p.pid, 'killed.rxp')['killed.rxp']
+        self.wait_for(lambda: os.path.exists(self.path('killed.k7.part')) or os.kill(child, signal.SIGCONT))
+        os.kill(child, signal.SIGKILL)
         out, err = p.communicate(timeout=60)
         self.assertEqual(p.returncode, 6)
         results = json.loads(out)['results']
@@ -141,14 +142,31 @@ class Dying(Jobs):
             self.assertIn('no process can be made: Too many open files', r['text'])
 
     def test_none_outlives_its_parent(self):
-        names = self.make('a', 'b', shots=200000)
+        names = self.make('a', 'b', shots=600000)
         p = self.start('convert', '--jobs', 2, *LONG, *names)
-        self.wait_for(lambda: all(self.process_of(p.pid, n) for n in names))
-        children = self.children_of(p.pid)
-        self.assertEqual(len(children), 2)
+        children = self.stopped(p.pid, *names).values()
+        self.assertEqual(sorted(children), sorted(self.children_of(p.pid)))
+        self.wait_for(lambda: all(os.path.exists(self.path(n)) for n in ('a.k7.part', 'b.k7.part'))
+                      or any(os.kill(c, signal.SIGCONT) for c in children))
         os.kill(p.pid, signal.SIGKILL)
+        for c in children:
+            os.kill(c, signal.SIGCONT)
         self.wait_for(lambda: not any(self.is_alive(c) for c in children), 20)
         self.assertEqual({n for n in os.listdir(self.folder) if '.k7' in n}, {'a.k7.part', 'b.k7.part'})
+
+    def stopped(self, parent, *names):
+        """The processes of these inputs, each stopped as soon as it is there, so that it cannot end meanwhile."""
+        found = {}
+
+        def look():
+            for n in names:
+                child = found.get(n) or self.process_of(parent, n)
+                if child and n not in found:
+                    os.kill(child, signal.SIGSTOP)
+                    found[n] = child
+            return len(found) == len(names)
+        self.wait_for(look)
+        return found
 
     @staticmethod
     def is_alive(pid):
