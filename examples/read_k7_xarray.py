@@ -26,8 +26,8 @@ def main():
     points = shots.Positions.load()[shot] + echoes.Range * shots['Waveforms.DirectionDelta'].load()[shot]
     print('%d points, mean range %.3f m' % (points.sizes['row'], echoes.Range.mean()))
     print('from %.3f %.3f %.3f m to %.3f %.3f %.3f m' % (*points.min('row').values, *points.max('row').values))
-    counts = echoes.groupby('GPSTime').count().Range
-    print('most echoes of a shot: %d, at %.6f s' % (counts.max(), counts.GPSTime[counts.argmax()]))
+    times, counts = np.unique(echoes.GPSTime, return_counts=True)
+    print('most echoes of a shot: %d, at %.6f s' % (counts.max(), times[counts.argmax()]))
     print('highest point: x %.3f m' % points.sel(xyz='x').values[points.sel(xyz='z').argmax()])
 
 
