@@ -1,5 +1,7 @@
 #include "interrupts.hpp"
 
+#include "running_thread.hpp"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -74,7 +76,7 @@ void end_process_by(int signal) {
 
 interrupts::interrupts(std::function<void(int)> stop, std::function<void(int)> cancel)
     : stop_(std::move(stop)), cancel_(std::move(cancel)) {
-    watcher_ = std::thread([this] {
+    watcher_ = start_running([this] {
         char signal = signal_pipe::end_of_watch;
         while (::read(signals_.descriptor(), &signal, 1) == 1 &&
                signal != signal_pipe::end_of_watch) {

@@ -1,5 +1,7 @@
 #include "job_pool.hpp"
 
+#include "running_thread.hpp"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -11,7 +13,6 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -176,7 +177,7 @@ void job_pool::live(std::size_t number, wires& ends, const work& run) {
     ends.close_parents_ends();
     ::dup2(ends.output_in.get(), STDOUT_FILENO);
     ::dup2(ends.errors_in.get(), STDERR_FILENO);
-    std::thread([this, from = ends.wish_out.get()] { listen(from, wishes_); }).detach();
+    start_running([this, from = ends.wish_out.get()] { listen(from, wishes_); }).detach();
     int status = EXIT_SUCCESS;
     try {
         run(number, job_report(ends.report_in.get()));
