@@ -127,6 +127,7 @@ const H5FD_class_t& mediumClass() {
         c.name = "rxp2k7";
         c.maxaddr = static_cast<haddr_t>(std::numeric_limits<std::int64_t>::max());
         c.fc_degree = H5F_CLOSE_STRONG;
+        // The pointer is what the list holds. NOLINTNEXTLINE(bugprone-sizeof-expression)
         c.fapl_size = sizeof(CommitFile*);
         c.open = mediumOpen;
         c.close = mediumClose;

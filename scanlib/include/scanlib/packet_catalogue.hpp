@@ -17,6 +17,7 @@ namespace scanlib {
 struct packet_id {
     std::uint32_t id = 0;
     std::uint32_t version = 0;
+    // What the compiler makes has a 0 that is no pointer. NOLINTNEXTLINE(modernize-use-nullptr)
     auto operator<=>(const packet_id&) const = default;
 };
 

@@ -79,6 +79,7 @@ rxp_ostream::rxp_ostream(const std::filesystem::path& path, bool keep) : rxp_ost
     open(path);
 }
 
+// Two may share a state. NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
 rxp_ostream& rxp_ostream::operator=(const rxp_ostream& other) {
     if (state_ != other.state_) {
         release();

@@ -28,6 +28,7 @@ void window_model::set_angles(std::uint32_t facet_index, double line, double fra
 }
 
 void window_model::write_members(json_writer& out) const {
+    // The nodes come before the deflection here. NOLINTNEXTLINE(bugprone-parent-virtual-call)
     mirrorwheel::write_members(out);
     write_nodes(out, nodes);
     write_deflection(out);

@@ -61,6 +61,7 @@ class RXP2K7_EXPORT Reference {
     /// A new object, which the references to the other one do not share.
     Reference(const Reference&);
     /// Leaves the references to both as they are.
+    // Nothing is assigned. NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
     Reference& operator=(const Reference&) noexcept { return *this; }
     virtual ~Reference();
 

@@ -34,10 +34,12 @@ struct SkeinType;
             return {#T, components, sizeof(T), sizeof(C), &typeid(T), &typeid(C)};                 \
         }                                                                                          \
     }
+// Elements of one component. NOLINTBEGIN(bugprone-sizeof-expression)
 RXP2K7_SKEIN_TYPE(double, double);
 RXP2K7_SKEIN_TYPE(float, float);
 RXP2K7_SKEIN_TYPE(unsigned char, unsigned char);
 RXP2K7_SKEIN_TYPE(unsigned short, unsigned short);
+// NOLINTEND(bugprone-sizeof-expression)
 RXP2K7_SKEIN_TYPE(Tern::PhysicalSpace::point, double);
 RXP2K7_SKEIN_TYPE(Tern::PhysicalSpace::vector, double);
 #undef RXP2K7_SKEIN_TYPE
