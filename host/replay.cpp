@@ -130,13 +130,16 @@ void check_usage(const replay_options& options) {
     parse_whole("the port", port, 0, 65535);
 }
 
+exit_code fail(const replay_options& options, exit_code code, const std::string& text) {
+    return tell({options.input, {}, code, text, {}}, options.json);
+}
+
 exit_code run(const replay_options& options) {
     check_usage(options);
     const std::string unreadable = reason_unreadable(options.input);
     if (!unreadable.empty() || is_live_stream(options.input)) {
-        complain("%s",
-                 unreadable.empty() ? "a live stream cannot be replayed" : unreadable.c_str());
-        return exit_code::input_unreadable;
+        return fail(options, exit_code::input_unreadable,
+                    unreadable.empty() ? "a live stream cannot be replayed" : unreadable);
     }
     try {
         const auto recording = std::make_shared<const replay_recording>(options.input);
@@ -144,8 +147,7 @@ exit_code run(const replay_options& options) {
         return options.rddp.empty() ? serve(recording, options.rdtp, settings, options.json)
                                     : send(*recording, options.rddp, settings, options.json);
     } catch (const std::exception& e) {
-        complain("%s", e.what());
-        return exit_code::output_failed;
+        return fail(options, exit_code::output_failed, e.what());
     }
 }
 

@@ -61,6 +61,7 @@ class Json(HostCase):
         'points': (('gone.rxp', '-o', 'points.txt'), 3),
         'inspect': (('gone.rxp', '--time-range', '0:1'), 3),
         'record': (('rdtp://127.0.0.1:1/current', 'new.rxp'), 3),
+        'replay': (('gone.rxp', '--rdtp', 0), 3),
         'override': (('scan.rxp', 'gone.pxp', 'new.rxp'), 3),
         'check-override': (('scan.rxp', 'gone.pxp'), 3),
         'verify': (('gone.k7',), 3),
@@ -115,6 +116,11 @@ class Json(HostCase):
         preamble = 16  # the receiver's own takes its place
         self.assertEqual(sent['bytes_out'], self.size_of('scan.rxp') - preamble)
         self.assertEqual(set(told) | set(sent), documented()['replay'][0])
+
+    def test_of_a_replay_that_cannot_listen_or_send_tells_why(self):
+        for way in ('--rdtp', '--rddp'):
+            result, = self.results('replay', 'scan.rxp', way, '999.0.0.1:1', code=5)
+            self.assertTrue(result['text'], way)
 
     def test_needs_standard_output_for_itself(self):
         for args in (('points', 'scan.rxp', '--json'), ('assemble', 'scan.txt', '-', '--json')):
