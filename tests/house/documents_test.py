@@ -6,6 +6,7 @@
   - docs/architecture.md names paths and identifiers of the sources
   - docs/troubleshooting.md quotes texts that the program says: parts between `...` stand in literals of one source. It lists
     every kind of loss and every exit code
+  - README.md and the pages show commands: programs of the tree can be called as they are shown
 """
 import fnmatch
 import os
@@ -43,6 +44,11 @@ def names_of_tests(listed):
     for path in files(['fuzz'], 'CMakeLists.txt'):
         found |= set(re.findall(r'rxp2k7_fuzz\((\w+)', read(path)))
     return found
+
+
+def called_programs(document):
+    """Programs of the tree with which a shown command begins."""
+    return set(re.findall(r'^    ((?:examples|scripts)/\S+)', document, re.M))
 
 
 def missing_tests(document, tests):
@@ -103,6 +109,12 @@ class Documents(unittest.TestCase):
         self.assertGreater(document.count('`'), 100)
         self.assertEqual(missing_places(document, paths, sources), [])
 
+    def test_programs_can_be_called_as_they_are_shown(self):
+        pages = ['README.md'] + list(files(['docs'], '.md'))
+        called = set().union(*(called_programs(read(p)) for p in pages))
+        self.assertGreater(len(called), 2)
+        self.assertEqual([p for p in sorted(called) if not os.access(os.path.join(ROOT, p), os.X_OK)], [])
+
     def test_troubleshooting_quotes_what_the_program_says(self):
         sources = [literals(read(p)) for p in files(['host', 'frontend', 'bundle_interface', 'scanlib'], ('.cpp', '.hpp'))]
         texts = list(quoted_texts(read('docs', 'troubleshooting.md')))
@@ -132,6 +144,10 @@ class Check(unittest.TestCase):
         document = '`scanlib`, `a/b.*`, `b.cpp`, `a/b.*`, `c.cpp`, `x/y`, `known`, `known::gone`, `b*.cpp`'
         self.assertEqual(missing_places(document, ['scanlib/a/b.cpp'], 'class known; scanlib'),
                          ['c.cpp', 'x/y', 'known::gone'])
+
+    def test_finds_programs_that_are_called(self):
+        document = 'Text:\n\n    scripts/one   # why\n    examples/two a b\n    else scripts/three\n\nscripts/four\n'
+        self.assertEqual(called_programs(document), {'scripts/one', 'examples/two'})
 
     def test_finds_texts_that_nothing_says(self):
         said = [literals('f("cannot \\"" + x + "\\": gone\\n" " for good"); // "never said"\n')]
