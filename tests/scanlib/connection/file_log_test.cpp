@@ -170,6 +170,19 @@ TEST_F(FileLog, LogOverTheFileThatIsReadHoldsWhatWasRead) {
     EXPECT_TRUE(content(path("scan.rxp")) == r.delivered);
 }
 
+TEST_F(FileLog, BytesBeyondFourGiBAreLogged) {
+    constexpr std::uint64_t far = (std::uint64_t{5} << 30) + 7;
+    const std::string bytes = random_bytes(large);
+    const std::string name = file("scan.rxp", "");
+    fs::resize_file(name, far);
+    std::ofstream(name, std::ios::binary | std::ios::app) << bytes;
+    open_scan c(name);
+    c.seek(far - 3);
+    c.log(log_, unlimited);
+    EXPECT_EQ(read_to_the_end(c).told, "");
+    EXPECT_TRUE(content(log_) == std::string(3, '\0') + bytes);
+}
+
 TEST_F(FileLog, DiskThatFillsUpFailsOnceAndNothingIsLost) {
     const std::string bytes = random_bytes(2 * large);
     open_scan c(file("scan.rxp", bytes));
@@ -218,7 +231,9 @@ TEST_F(FileLog, HeaderRegionIsLoggedAsFromAnySource) {
     EXPECT_EQ(log_of(*in_a_file), expected);
 }
 
-TEST_F(FileLog, AnyReadsSeeksFlushesAndPushedBackBytesAreLoggedInTheirOrder) {
+using ConcurrentFileLog = FileLog;
+
+TEST_F(ConcurrentFileLog, AnyReadsSeeksFlushesAndPushedBackBytesAreLoggedInTheirOrder) {
     std::mt19937 random(7);
     unsigned seed = 0;
     const auto below = [&](std::uint64_t n) { return random() % n; };
