@@ -78,6 +78,21 @@ class CommitFile {
   private:
     using Bytes = std::vector<std::byte>;
 
+    /// The open file; closed also where the thread of `behind_` cannot be made.
+    class Descriptor {
+      public:
+        explicit Descriptor(int value) noexcept : value_(value) {}
+        Descriptor(const Descriptor&) = delete;
+        Descriptor& operator=(const Descriptor&) = delete;
+        ~Descriptor() { close(); }
+
+        operator int() const noexcept { return value_; }
+        bool close() noexcept;
+
+      private:
+        int value_;
+    };
+
     bool fail(const char* action, int cause);
     bool nameFile();
     /// Whether a piece of structure changes one that was committed.
@@ -90,8 +105,8 @@ class CommitFile {
 
     const std::string path_;
     bool named_ = false;
-    int descriptor_;
-    WriteBehind behind_;
+    Descriptor descriptor_;
+    WriteBehind behind_; // after the file that it works on
     const void* offered_ = nullptr;
     std::shared_ptr<Holdfast::Loan> offer_;
     std::map<std::uint64_t, Bytes> held_;              // disjoint
