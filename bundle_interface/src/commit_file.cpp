@@ -101,9 +101,6 @@ bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t coun
 }
 
 void CommitFile::offer(const void* bytes, std::shared_ptr<Holdfast::Loan> loan) noexcept {
-    if (offer_) {
-        offer_->end();
-    }
     offered_ = bytes;
     offer_ = std::move(loan);
 }

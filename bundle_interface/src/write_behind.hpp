@@ -33,8 +33,8 @@ class WriteBehind {
     ~WriteBehind();
 
     bool write(std::uint64_t at, const std::byte* bytes, std::size_t count);
-    /// As write, without a copy; `bytes` is what the loan lends, which is given back also where
-    /// nothing is written any more. An urgent loan goes ahead of other bytes that wait, but of
+    /// As write, without a copy; `bytes` is what the loan lends, which is dropped once they are
+    /// written or nothing is any more. An urgent loan goes ahead of other bytes that wait, but of
     /// nothing else.
     bool lend(std::uint64_t at, const std::byte* bytes, std::shared_ptr<Holdfast::Loan> loan);
     bool resize(std::uint64_t size);
@@ -68,7 +68,6 @@ class WriteBehind {
     void work();
     std::string carry_out(const Job& job) const;
     std::string writeLent(const Job& job) const;
-    void drop();
     std::unique_ptr<std::byte[]> take_block();
 
     const int descriptor_;
