@@ -394,6 +394,7 @@ K7File::~K7File() {
 }
 
 void K7File::setWriteBehind(bool on) noexcept {
+    const std::lock_guard lock(libraryMutex());
     state_->write_behind = on;
 }
 

@@ -20,7 +20,7 @@ namespace Skein {
 /// Bytes are copied when handed over, up to `most_waiting` of them wait, beyond that the caller
 /// does; or they are lent, and given back piece by piece as they are written. The first failure
 /// ends it: nothing is changed any more, and every later operation returns false. Operations may be
-/// called by one thread at a time.
+/// called by one thread at a time, drain() beside the others.
 class WriteBehind {
   public:
     static constexpr std::size_t most_waiting = std::size_t{32} << 20;
