@@ -115,7 +115,7 @@ void Buffer::swap(Buffer& other) noexcept {
 std::shared_ptr<Loan> Buffer::lend(std::size_t bytes, bool urgent) {
     await(capacity_);
     loan_ = std::make_shared<Loan>(bytes, urgent);
-    return loan_;
+    return {loan_.get(), [loan = loan_](Loan* dropped) { dropped->end(); }};
 }
 
 bool Buffer::lent() const noexcept {

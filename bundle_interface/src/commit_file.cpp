@@ -52,11 +52,10 @@ int opened(const std::string& path, bool& named) {
 CommitFile::CommitFile(const std::string& path)
     : path_(path), descriptor_(opened(path, named_)), behind_(descriptor_) {}
 
-CommitFile::~CommitFile() {
-    behind_.drain();
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-    }
+CommitFile::~CommitFile() = default;
+
+bool CommitFile::Descriptor::close() noexcept {
+    return value_ < 0 || ::close(std::exchange(value_, -1)) == 0;
 }
 
 bool CommitFile::fail(const char* action, int cause) {
@@ -102,9 +101,6 @@ bool CommitFile::writeData(std::uint64_t at, const void* bytes, std::size_t coun
 }
 
 void CommitFile::offer(const void* bytes, std::shared_ptr<Holdfast::Loan> loan) noexcept {
-    if (offer_) {
-        offer_->end();
-    }
     offered_ = bytes;
     offer_ = std::move(loan);
 }
@@ -277,7 +273,7 @@ bool CommitFile::close() {
     const bool known = ::fstat(descriptor_, &info) == 0;
     const int cause = known ? EIO : errno;
     const bool whole = known && static_cast<std::uint64_t>(info.st_size) == committed_;
-    const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
+    const bool closed = descriptor_.close();
     if (!written) {
         return false;
     }

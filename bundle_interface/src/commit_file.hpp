@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -29,8 +30,8 @@ namespace Skein {
 /// A thread of its own does the writing, in the order given. A commit is on its way when commit()
 /// returns and done when settle() does; a failure may show in any later operation.
 ///
-/// Operations return false on failure; error() then says what failed and why. Not safe between
-/// threads.
+/// Operations return false on failure; error() then says what failed and why. They may be called by
+/// one thread at a time, settle() beside the others.
 class CommitFile {
   public:
     /// Bytes at the file's start that name its end.
@@ -78,6 +79,21 @@ class CommitFile {
   private:
     using Bytes = std::vector<std::byte>;
 
+    /// The open file; closed also where the thread of `behind_` cannot be made.
+    class Descriptor {
+      public:
+        explicit Descriptor(int value) noexcept : value_(value) {}
+        Descriptor(const Descriptor&) = delete;
+        Descriptor& operator=(const Descriptor&) = delete;
+        ~Descriptor() { close(); }
+
+        operator int() const noexcept { return value_; }
+        bool close() noexcept;
+
+      private:
+        int value_;
+    };
+
     bool fail(const char* action, int cause);
     bool nameFile();
     /// Whether a piece of structure changes one that was committed.
@@ -90,8 +106,8 @@ class CommitFile {
 
     const std::string path_;
     bool named_ = false;
-    int descriptor_;
-    WriteBehind behind_;
+    Descriptor descriptor_;
+    WriteBehind behind_; // after the file that it works on
     const void* offered_ = nullptr;
     std::shared_ptr<Holdfast::Loan> offer_;
     std::map<std::uint64_t, Bytes> held_;              // disjoint
@@ -99,7 +115,7 @@ class CommitFile {
     std::uint64_t allocated_ = 0;
     std::uint64_t end_ = 0;
     std::uint64_t committed_ = 0;
-    bool rolled_back_ = false;
+    std::atomic<bool> rolled_back_{false};
     std::string error_; ///< of what the caller's thread did itself
 };
 

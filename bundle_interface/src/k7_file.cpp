@@ -395,6 +395,7 @@ K7File::~K7File() {
 }
 
 void K7File::setWriteBehind(bool on) noexcept {
+    const std::lock_guard lock(libraryMutex());
     state_->write_behind = on;
 }
 
@@ -478,9 +479,15 @@ void K7File::flush() {
 }
 
 void K7File::settle() {
+    State& s = *state_;
     // Waits without the lock: other files go on meanwhile.
-    if (state_->medium && !state_->medium->settle()) {
-        state_->perform("write", [&] { throw Failure{state_->medium->error()}; });
+    const bool arrived = s.medium->settle();
+    const std::lock_guard lock(libraryMutex());
+    if (!s.failure.empty()) {
+        throw std::runtime_error(s.failure);
+    }
+    if (!arrived) {
+        s.fail("write", s.medium->error());
     }
 }
 

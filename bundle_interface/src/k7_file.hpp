@@ -25,8 +25,7 @@ class K7File {
     K7File(const std::string& path, const StorageTransformations* transformations);
     K7File(const K7File&) = delete;
     K7File& operator=(const K7File&) = delete;
-    /// Finishes the file if neither finish nor abandon was called; a failure is told on the
-    /// console.
+    /// Abandons the file unless it was finished.
     ~K7File();
 
     /// With it, operations return while their bytes are on the way to the file, and a failure may

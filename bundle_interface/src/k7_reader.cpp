@@ -266,6 +266,7 @@ struct K7Reader::State {
     bool enter(const std::string& wanted);
     Kind kindOf(const std::string& object);
     Handle openAny(const std::string& object);
+    Handle openArray(const std::string& object);
 };
 
 /// What stands under a name of a group.
@@ -327,6 +328,13 @@ Handle K7Reader::State::openAny(const std::string& object) {
     }
     const std::string name = object == "/" ? object : object.substr(object.rfind('/') + 1);
     return Handle(H5Oopen(object == "/" ? file : group, name.c_str(), H5P_DEFAULT), H5Oclose);
+}
+
+Handle K7Reader::State::openArray(const std::string& object) {
+    if (kindOf(object) == Kind::group) {
+        throw Failure{"it is not an array"};
+    }
+    return openAny(object);
 }
 
 K7Reader::K7Reader(const std::string& path) : state_(std::make_shared<State>()) {
@@ -462,10 +470,7 @@ K7Array K7Reader::open(const std::string& array) const {
     s->file = state_->path;
     s->path = array;
     perform(state_->path, array, [&] {
-        if (state_->kindOf(array) == Kind::group) {
-            throw Failure{"it is not an array"};
-        }
-        s->dataset = state_->openAny(array);
+        s->dataset = state_->openArray(array);
         const Handle creation = ownStorage(s->dataset);
         const Handle type(H5Dget_type(s->dataset), H5Tclose);
         const Handle space(H5Dget_space(s->dataset), H5Sclose);
@@ -483,7 +488,7 @@ K7Array K7Reader::open(const std::string& array) const {
 
 K7Column K7Reader::column(const std::string& path) const {
     return perform(state_->path, path, [&] {
-        const Handle dataset = state_->openAny(path);
+        const Handle dataset = state_->openArray(path);
         const Handle creation(H5Dget_create_plist(dataset), H5Pclose);
         K7Column column;
         if (check(H5Pget_layout(creation)) == H5D_VIRTUAL) {

@@ -7,6 +7,7 @@
 
 #include "bundle_interface/holdfast/console.hpp"
 #include "k7_file.hpp"
+#include "k7_names.hpp"
 
 namespace Skein {
 
@@ -222,7 +223,7 @@ Holdfast::StrongPtr<Slice> Bundle::operator[](double time) {
     K7File& file = bound(file_);
     Holdfast::StrongPtr<Slice>& slice = slices_[time];
     if (!slice.available()) {
-        const std::string path = "/Slice_" + std::to_string(slices_.size() - 1);
+        const std::string path = k7::slicePath(static_cast<std::uint32_t>(slices_.size() - 1));
         file.makeGroup(path);
         file.setScalar(path, "Time", time);
         slice = Holdfast::StrongPtr<Slice>(new Slice(file_, path));

@@ -96,7 +96,6 @@ bool WriteBehind::lend(std::uint64_t at, const std::byte* bytes,
     {
         const std::lock_guard lock(mutex_);
         if (!error_.empty()) {
-            loan->end();
             return false;
         }
         const auto waits_behind = [](const Job& j) {
@@ -147,7 +146,6 @@ std::string WriteBehind::writeLent(const Job& job) const {
         done += n;
         job.loan->giveBack(done);
     }
-    job.loan->end();
     return failure;
 }
 
@@ -164,16 +162,6 @@ std::string WriteBehind::carry_out(const Job& job) const {
         break;
     }
     return {};
-}
-
-void WriteBehind::drop() {
-    for (const Job& job : jobs_) {
-        if (job.loan) {
-            job.loan->end();
-        }
-    }
-    jobs_.clear();
-    waiting_ = 0;
 }
 
 void WriteBehind::work() {
@@ -193,7 +181,8 @@ void WriteBehind::work() {
         waiting_ -= job.capacity;
         if (!failure.empty()) {
             error_ = std::move(failure);
-            drop();
+            jobs_.clear();
+            waiting_ = 0;
         } else if (job.kind == Kind::mark) {
             reached_ = job.at;
             any_reached_ = true;

@@ -20,7 +20,7 @@ namespace Skein {
 /// Bytes are copied when handed over, up to `most_waiting` of them wait, beyond that the caller
 /// does; or they are lent, and given back piece by piece as they are written. The first failure
 /// ends it: nothing is changed any more, and every later operation returns false. Operations may be
-/// called by one thread at a time.
+/// called by one thread at a time, drain() beside the others.
 class WriteBehind {
   public:
     static constexpr std::size_t most_waiting = std::size_t{32} << 20;
@@ -33,8 +33,8 @@ class WriteBehind {
     ~WriteBehind();
 
     bool write(std::uint64_t at, const std::byte* bytes, std::size_t count);
-    /// As write, without a copy; `bytes` is what the loan lends, which is given back also where
-    /// nothing is written any more. An urgent loan goes ahead of other bytes that wait, but of
+    /// As write, without a copy; `bytes` is what the loan lends, which is dropped once they are
+    /// written or nothing is any more. An urgent loan goes ahead of other bytes that wait, but of
     /// nothing else.
     bool lend(std::uint64_t at, const std::byte* bytes, std::shared_ptr<Holdfast::Loan> loan);
     bool resize(std::uint64_t size);
@@ -68,7 +68,6 @@ class WriteBehind {
     void work();
     std::string carry_out(const Job& job) const;
     std::string writeLent(const Job& job) const;
-    void drop();
     std::unique_ptr<std::byte[]> take_block();
 
     const int descriptor_;

@@ -154,6 +154,7 @@ TEST_F(BundleFile, AfterAFailedStoreEachOperationTellsItAgainAndThePartStays) {
         ASSERT_FALSE(text.empty());
         EXPECT_EQ(text_of([&] { store(field, 1, counting(1)); }), text);
         EXPECT_EQ(text_of([&] { bundle->flush(); }), text);
+        EXPECT_EQ(text_of([&] { bundle->settle(); }), text);
         EXPECT_EQ(text_of([&] { bundle->finish(); }), text);
     }
     EXPECT_THAT(said_, testing::ElementsAre(text));

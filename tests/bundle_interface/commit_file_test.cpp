@@ -3,9 +3,12 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <system_error>
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "support/file_size_limit.hpp"
@@ -60,6 +63,41 @@ TEST_F(CommitFileTest, StructureThatWasCommittedIsChangedLast) {
         EXPECT_FALSE(file.commit() && file.settle());
     }
     EXPECT_EQ(byteAt(static_cast<std::streamoff>(first)), 'a');
+}
+
+/// Lets the process make no threads while it lives: no memory holds a stack of theirs.
+class NoThreads {
+  public:
+    NoThreads() {
+        pthread_getattr_default_np(&before_);
+        pthread_attr_t huge = {};
+        pthread_attr_init(&huge);
+        pthread_attr_setstacksize(&huge, std::size_t{1} << 60);
+        pthread_setattr_default_np(&huge);
+        pthread_attr_destroy(&huge);
+    }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+    ~NoThreads() {
+        pthread_setattr_default_np(&before_);
+        pthread_attr_destroy(&before_);
+    }
+
+  private:
+    pthread_attr_t before_ = {};
+};
+
+TEST_F(CommitFileTest, WithoutAThreadNothingStaysOpen) {
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = descriptors();
+    {
+        const NoThreads none;
+        EXPECT_THROW(CommitFile file(path_), std::system_error);
+    }
+    EXPECT_EQ(descriptors(), before);
+    EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
 } // namespace

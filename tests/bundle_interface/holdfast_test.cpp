@@ -160,6 +160,12 @@ TEST(Chunks, LentElementsAreBackFromTheFirstOn) {
     EXPECT_TRUE(loan->ended());
 }
 
+TEST(Chunks, LoanThatItsBorrowerDropsIsOver) {
+    Holdfast::Buffer buffer(500);
+    buffer.lend(500, true)->giveBack(100);
+    EXPECT_FALSE(buffer.lent());
+}
+
 TEST(Chunks, ImpossibleSizesThrow) {
     EXPECT_THROW(Chunk<double>(std::size_t{1} << 62), std::length_error);
     Chunk<double> chunk(3);

@@ -130,6 +130,7 @@ TEST_F(K7ReaderTest, WhatIsMissingIsNamedWithFileAndPath) {
         EXPECT_THAT(text, HasSubstr("/Slice_0/OPP/x: it is missing"));
     }
     EXPECT_THAT(failure([&] { file.open("/Slice_0"); }), HasSubstr("not an array"));
+    EXPECT_THAT(failure([&] { file.column("/Slice_0"); }), HasSubstr("not an array"));
     EXPECT_THAT(failure([&] { file.members(chart + "/GPSTime/Fragment_2"); }),
                 HasSubstr("not a group"));
 }

@@ -1,5 +1,7 @@
 #include "write_behind.hpp"
 
+#include "bundle_interface/holdfast/chunk.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -155,14 +157,15 @@ TEST(ConcurrentWriteBehind, UrgentLoansPassOtherBytesButNoMark) {
 
 TEST(ConcurrentWriteBehind, LentBytesAreGivenBackBehindAFailureToo) {
     WriteBehind behind(-1);
-    const auto bytes = noise(3'000'000, 7);
-    std::vector<std::shared_ptr<Holdfast::Loan>> loans;
+    constexpr std::size_t size = 3'000'000;
+    std::vector<Holdfast::Buffer> owners;
     for (int i = 0; i < 5; ++i) {
-        loans.push_back(std::make_shared<Holdfast::Loan>(bytes.size(), i == 2));
-        behind.lend(0, bytes.data(), loans.back());
+        owners.emplace_back(size);
+        behind.lend(0, owners.back().data(), owners.back().lend(size, i == 2));
     }
-    for (const auto& loan : loans) {
-        EXPECT_EQ(loan->await(bytes.size()), bytes.size());
+    for (Holdfast::Buffer& owner : owners) {
+        EXPECT_EQ(owner.await(size), size);
+        EXPECT_FALSE(owner.lent());
     }
     EXPECT_FALSE(behind.drain());
     EXPECT_EQ(behind.error(), "write: Bad file descriptor");

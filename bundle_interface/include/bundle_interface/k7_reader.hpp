@@ -86,7 +86,7 @@ struct K7Piece {
 /// What a column of a grid, or a part of one, says of itself.
 struct K7Column {
     K7Type type = K7Type::other;      ///< of its values
-    std::vector<std::uint64_t> shape; ///< as K7Array::shape
+    std::vector<std::uint64_t> shape; ///< as the file says: any number of dimensions, or none
     std::vector<K7Piece> pieces;      ///< none where it has no values
 };
 

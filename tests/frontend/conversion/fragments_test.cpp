@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "scanlib/loss_log.hpp"
+#include "support/file_size_limit.hpp"
 
 namespace {
 
@@ -15,6 +16,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr int many = 100;
+constexpr std::uint32_t bytes_per_shot = 7 * sizeof(double); // time, direction, position
 
 class Fragments : public frontend_test::ConversionTest {
   protected:
@@ -33,6 +35,26 @@ TEST_F(Fragments, SizeZeroMakesEveryPacketAFragmentAndEmptyOnesTakeANumber) {
     // An echo is told when the next shot or the line's end shows that it was the last.
     EXPECT_THAT(k7.fragments("OPP", "GPSTime", many), ElementsAre(first + 2, first + 4, first + 6));
     EXPECT_EQ(summary().shots, 3U);
+}
+
+TEST_F(Fragments, OnlyRowsThatReachedTheDiskBeforeItWasFullAreCounted) {
+    constexpr std::uint32_t rows = 10000;
+    input_.FragSize = rows;
+    input_.ExportOPP = false;
+    const auto bytes = whole_stream(3 * rows).bytes();
+    // The disk is full while the second fragment's columns or its last structure are written.
+    constexpr std::uint32_t two_fragments = 2 * rows * bytes_per_shot;
+    for (const std::uint32_t room : {two_fragments * 3 / 4, two_fragments, two_fragments + 1024}) {
+        {
+            const test_support::file_size_limit limit(room);
+            EXPECT_THROW(convert(bytes), std::runtime_error);
+        }
+        EXPECT_TRUE(summary().store_failed);
+        EXPECT_EQ(summary().fragments, 1U) << room;
+        EXPECT_EQ(summary().shots, rows);
+        EXPECT_THAT(BundleReader(k7_.string() + ".part").fragments("Shots", "GPSTime", many),
+                    ElementsAre(0));
+    }
 }
 
 TEST_F(Fragments, WithoutTimeRangeAllFragmentsAreStored) {

@@ -55,7 +55,8 @@ class Buffer {
     /// nothing changed.
     void grow(std::size_t bytes, std::size_t used);
 
-    /// Lends the first `bytes` bytes, which are back from the borrower before.
+    /// Lends the first `bytes` bytes, which are back from the borrower before. All are given back
+    /// at the latest when the borrower drops the loan, so that none is lost by an exception.
     std::shared_ptr<Loan> lend(std::size_t bytes, bool urgent);
     /// True while a borrower has not given all back.
     bool lent() const noexcept;
@@ -127,7 +128,8 @@ class ChunkBase : public ReferenceBase<ChunkBase> {
     std::size_t capacity() const noexcept { return buffer_.capacity() / elementSize_; }
 
     /// Lends the elements to a borrower who reads them, also after this object is gone. Until they
-    /// are given back nobody may change them. Waits for the end of an earlier loan.
+    /// are given back, by dropping the loan at the latest, nobody may change them. Waits for the
+    /// end of an earlier loan.
     std::shared_ptr<Loan> lend(bool urgent) { return buffer_.lend(bytes(), urgent); }
     /// Waits until the elements below `end`, which may be beyond size(), are back from a borrower
     /// of the buffer. Returns how many may be written.

@@ -61,8 +61,8 @@ class MemBase : public Holdfast::ReferenceBase<MemBase> {
     virtual std::size_t width() const noexcept = 0;
     /// The first element; valid as long as the array and as its chunk is not resized.
     virtual const void* raw() const noexcept = 0;
-    /// Lends the elements, which the caller gives back when they are stored; null if they may
-    /// change or go as soon as the call that stores them is over, so that they have to be copied.
+    /// Lends the elements until the caller drops the loan; null if they may change or go as soon as
+    /// the call that stores them is over, so that they have to be copied.
     virtual std::shared_ptr<Holdfast::Loan> lend() const { return nullptr; }
 };
 
