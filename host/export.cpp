@@ -91,12 +91,10 @@ void check_output(const export_options& options) {
         }
         return;
     }
-    std::error_code error;
-    const fs::path part = recording_output::name_until_whole(options.output);
-    if (fs::equivalent(options.input, options.output, error) ||
-        fs::equivalent(options.input, part, error)) {
+    if (recording_output::replaces(options.output, options.input)) {
         refuse_usage("OUT", "\"" + options.output + "\" would replace the input");
     }
+    std::error_code error;
     const auto kind = fs::status(options.output, error).type();
     const bool sequential = kind == fs::file_type::fifo || kind == fs::file_type::character ||
                             kind == fs::file_type::socket;
