@@ -78,7 +78,6 @@ void end_with(pid_t parent) {
 
 /// The child's life. Ends without the parent's exit handlers and buffers.
 [[noreturn]] void live(int to, const std::function<exit_code(std::string&)>& work) {
-    drop_inherited_handlers();
     limit(RLIMIT_CORE, 0);
     if (bounds_memory) {
         limit(RLIMIT_AS, most_memory);
@@ -106,7 +105,7 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
         fail("pipe");
     }
     const pid_t parent = getpid();
-    const pid_t child = fork();
+    const pid_t child = fork_unwatched();
     if (child == 0) {
         end_with(parent);
         close(ends[0]);
