@@ -8,7 +8,7 @@ namespace host {
 
 /// A thread that runs `work` already: a child that is forked while a thread only starts can inherit
 /// a lock which nobody in that child releases. `work` should take none that a child needs.
-template <typename Work>
+template<typename Work>
 std::thread start_running(Work work) {
     std::promise<void> runs;
     const std::future<void> running = runs.get_future();

@@ -1,8 +1,11 @@
-// Processes of the host: what a signal does that meets one before it has begun, and how work in one of its own can fail.
+// Processes of the host: what a signal does that meets one before it has begun, and how work in one
+// of its own can fail.
 
 #include <chrono>
 #include <csignal>
 #include <list>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -18,6 +21,7 @@
 namespace {
 
 using host::exit_code;
+using testing::HasSubstr;
 
 volatile std::sig_atomic_t raised_in_child = 0;
 
@@ -42,7 +46,8 @@ TEST(Processes, SignalThatMeetsANewJobIsNotTakenForOneOfItsParent) {
     host::job_pool pool({ignore, ignore}, {[](std::size_t, std::uint64_t) {}, [] {}});
     {
         const signal_at_fork meet(SIGINT);
-        ASSERT_EQ(pool.start(7, [](std::size_t, const auto& report) { report.result("done"); }), "");
+        ASSERT_EQ(pool.start(7, [](std::size_t, const auto& report) { report.result("done"); }),
+                  "");
     }
     std::list<host::job_end> ended;
     while (ended.empty()) {
@@ -80,6 +85,20 @@ TEST(ContainedRun, TellsWhatTheWorkTells) {
 TEST(ContainedRun, WorkThatTellsNothingHasNotFailed) {
     const auto result = host::run_contained([](std::string&) { return exit_code::good; });
     EXPECT_EQ(result.told + result.failure, "");
+}
+
+TEST(ContainedRun, WorkThatIsGivenUpTellsWhyAndNothingElse) {
+    const auto memory = host::run_contained([](std::string& told) -> exit_code {
+        told = "half";
+        throw std::bad_alloc();
+    });
+    EXPECT_EQ(memory.code, exit_code::input_damaged);
+    EXPECT_EQ(memory.told, "");
+    EXPECT_THAT(memory.failure, HasSubstr("memory"));
+    const auto other = host::run_contained(
+        [](std::string&) -> exit_code { throw std::runtime_error("odd state"); });
+    EXPECT_EQ(other.code, exit_code::internal_failure);
+    EXPECT_THAT(other.failure, HasSubstr("odd state"));
 }
 
 } // namespace
