@@ -142,7 +142,9 @@ void write_points(const points_options& options, command_result& result) {
         output.publish();
         result.found.number("points", points).number("bytes_out", output.bytes_written());
     }
-    result.code = tell_damage(options.input, walk) ? exit_code::input_damaged : exit_code::good;
+    tell_losses(options.input, walk);
+    result.text = damage_of(options.input, walk);
+    result.code = is_damaged(walk) ? exit_code::input_damaged : exit_code::good;
 }
 
 exit_code run(const points_options& options) {

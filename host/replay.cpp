@@ -132,11 +132,13 @@ void check_usage(const replay_options& options) {
 
 exit_code run(const replay_options& options) {
     check_usage(options);
-    const std::string unreadable = reason_unreadable(options.input);
-    if (!unreadable.empty() || is_live_stream(options.input)) {
-        complain("%s",
-                 unreadable.empty() ? "a live stream cannot be replayed" : unreadable.c_str());
-        return exit_code::input_unreadable;
+    command_result failure;
+    failure.input = options.input;
+    failure.code = exit_code::input_unreadable;
+    failure.text = is_live_stream(options.input) ? "a live stream cannot be replayed"
+                                                 : reason_unreadable(options.input);
+    if (!failure.text.empty()) {
+        return tell(failure, options.json);
     }
     try {
         const auto recording = std::make_shared<const replay_recording>(options.input);
@@ -144,8 +146,9 @@ exit_code run(const replay_options& options) {
         return options.rddp.empty() ? serve(recording, options.rdtp, settings, options.json)
                                     : send(*recording, options.rddp, settings, options.json);
     } catch (const std::exception& e) {
-        complain("%s", e.what());
-        return exit_code::output_failed;
+        failure.code = exit_code::output_failed;
+        failure.text = e.what();
+        return tell(failure, options.json);
     }
 }
 

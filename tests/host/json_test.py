@@ -61,6 +61,7 @@ class Json(HostCase):
         'points': (('gone.rxp', '-o', 'points.txt'), 3),
         'inspect': (('gone.rxp', '--time-range', '0:1'), 3),
         'record': (('rdtp://127.0.0.1:1/current', 'new.rxp'), 3),
+        'replay': (('gone.rxp', '--rdtp', 0), 3),
         'override': (('scan.rxp', 'gone.pxp', 'new.rxp'), 3),
         'check-override': (('scan.rxp', 'gone.pxp'), 3),
         'verify': (('gone.k7',), 3),
@@ -94,8 +95,8 @@ class Json(HostCase):
     def test_tells_damage(self):
         self.simulate('bad.rxp')
         self.damage('bad.rxp')
-        for command in ('convert', 'info'):
-            result, = self.results(command, 'bad.rxp', code=4)
+        for command, more in (('convert', ()), ('info', ()), ('points', ('-o', 'points.txt'))):
+            result, = self.results(command, 'bad.rxp', *more, code=4)
             self.check_members(command, result)
 
     def test_of_overrides_tells_what_became_of_them(self):
