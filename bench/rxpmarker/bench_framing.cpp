@@ -14,10 +14,16 @@ constexpr std::size_t stream_bytes = 64u << 20;
 struct stream {
     std::vector<unsigned char> bytes;
     std::uint64_t packets = 0;
+    std::uint64_t words = 0;
 };
 
-/// Packets of `words` words each; `escapes` of 1000 body words need an escape.
-stream make_stream(std::size_t words, unsigned escapes) {
+struct words_per_packet {
+    std::size_t least;
+    std::size_t most;
+};
+
+/// Packets of evenly spread sizes; `escapes` of 1000 body words need an escape.
+stream make_stream(words_per_packet range, unsigned escapes) {
     std::mt19937 random(1);
     auto out = std::make_shared<test_support::memory_wconnection>();
     stream s;
@@ -26,7 +32,9 @@ stream make_stream(std::size_t words, unsigned escapes) {
                                            scanlib::encoder_headroom, true);
         scanlib::basic_buffer area;
         encoder.put(area);
-        for (; s.packets * words * 4 < stream_bytes; ++s.packets) {
+        for (; s.words * 4 < stream_bytes; ++s.packets) {
+            const std::size_t words = range.least + random() % (range.most - range.least + 1);
+            s.words += words;
             area.resize(words);
             *area.begin() = 0xFFFFFF01u;
             for (std::size_t i = 1; i < words; ++i) {
@@ -58,11 +66,11 @@ count decode(const std::shared_ptr<scanlib::basic_rconnection>& connection) {
     return c;
 }
 
-void framing(benchmark::State& state, std::size_t words, unsigned escapes) {
-    const stream s = make_stream(words, escapes);
+void framing(benchmark::State& state, words_per_packet range, unsigned escapes) {
+    const stream s = make_stream(range, escapes);
     const auto connection = std::make_shared<test_support::memory_rconnection>(s.bytes);
     const count c = decode(connection);
-    if (c.packets != s.packets || c.words != s.packets * words) {
+    if (c.packets != s.packets || c.words != s.words) {
         state.SkipWithError("the stream does not come back whole");
         return;
     }
@@ -74,9 +82,14 @@ void framing(benchmark::State& state, std::size_t words, unsigned escapes) {
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(s.packets));
 }
 
-BENCHMARK_CAPTURE(framing, words4, 4, 0)->Name("framing/words4");
-BENCHMARK_CAPTURE(framing, words256, 256, 0)->Name("framing/words256");
-BENCHMARK_CAPTURE(framing, words4_escapes, 4, 10)->Name("framing/words4/escapes");
-BENCHMARK_CAPTURE(framing, words256_escapes, 256, 10)->Name("framing/words256/escapes");
+constexpr words_per_packet small{4, 4};
+constexpr words_per_packet large{256, 256};
+constexpr words_per_packet mixed{4, 60};
+
+BENCHMARK_CAPTURE(framing, words4, small, 0)->Name("framing/words4");
+BENCHMARK_CAPTURE(framing, words256, large, 0)->Name("framing/words256");
+BENCHMARK_CAPTURE(framing, mixed, mixed, 0)->Name("framing/mixed");
+BENCHMARK_CAPTURE(framing, words4_escapes, small, 10)->Name("framing/words4/escapes");
+BENCHMARK_CAPTURE(framing, words256_escapes, large, 10)->Name("framing/words256/escapes");
 
 } // namespace

@@ -206,7 +206,7 @@ void unpack(benchmark::State& state) {
     const std::size_t bits = (words.size() - 1) * 32 + last;
     std::vector<std::uint16_t> out(packed_sample_count(bits, width));
     for (auto _ : state) {
-        unpack_samples(words.data(), bits, width, out.data());
+        unpack_samples(words.data(), out.size(), width, out.data());
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }

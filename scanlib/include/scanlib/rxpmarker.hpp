@@ -114,6 +114,8 @@ class decoder_rxpmarker : public basic_rxpmarker {
     struct assembly;
 
     void check_preamble();
+    bool get_in_place(basic_buffer& packet);
+    void assemble(basic_buffer& packet);
     void fill();
     void make_room(assembly& a);
     void make_headroom(assembly& a);

@@ -15,9 +15,9 @@ constexpr std::size_t packed_sample_count(std::size_t bits, unsigned width) noex
     return width == 0 ? 0 : bits / width;
 }
 
-/// Reads samples of `width` bits each, which cross words, to `out`, as many as fit in `bits`. Of a
-/// width above 16 the low 16 bits of each sample count. Room for packed_sample_count must be there.
-void unpack_samples(const std::uint32_t* words, std::size_t bits, unsigned width,
+/// Reads `count` samples of `width` bits each, which cross words, to `out`. Of a width above 16 the
+/// low 16 bits of each sample count.
+void unpack_samples(const std::uint32_t* words, std::size_t count, unsigned width,
                     std::uint16_t* out) noexcept;
 
 /// The inverse: appends words to `out` and returns the bits used in the last one, 1 to 32.

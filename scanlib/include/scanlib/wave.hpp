@@ -123,7 +123,7 @@ class wave : public pointcloud {
     template<class Packet>
     void store_words16(const Packet& p, wave_record& record);
     template<class Packet>
-    void store_packed(const Packet& p, wave_record& record);
+    void store_packed(const Packet& p, std::size_t sample_count, wave_record& record);
     template<class Packet>
     void store_compressed(const Packet& p, wave_record& record);
 

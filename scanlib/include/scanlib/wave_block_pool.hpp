@@ -24,7 +24,7 @@ class wave_block_pool {
     /// A block as newly made.
     std::unique_ptr<wave_block> take_block();
 
-    /// An empty list of samples.
+    /// A list of samples that holds what it last held, for somebody who overwrites it.
     std::vector<std::uint16_t> take_samples() noexcept;
 
     /// Takes a block back, with the samples of its records.

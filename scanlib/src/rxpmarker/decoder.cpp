@@ -40,6 +40,25 @@ void decoder_rxpmarker::check_preamble() {
     preamble_pending_ = false;
 }
 
+/// A packet without escapes that the ring holds to its end, as nearly all are. False for any other.
+bool decoder_rxpmarker::get_in_place(basic_buffer& packet) {
+    std::uint32_t* const begin = decode_;
+    const std::uint32_t* const write = write_.load(std::memory_order_acquire);
+    const std::uint32_t* const end = write < begin ? ring_end() : write;
+    if (begin >= end || *begin <= escape_word) {
+        return false;
+    }
+    std::uint32_t* const next = begin + 1 + plain_run(begin + 1, end);
+    if (next == end || *next == escape_word) {
+        return false;
+    }
+    read_.store(begin, std::memory_order_release);
+    decode_ = next;
+    stream_position_ += static_cast<std::uint64_t>(next - begin) * 4;
+    packet = basic_buffer(begin, next, next);
+    return true;
+}
+
 void decoder_rxpmarker::get(basic_buffer& packet) {
     if (preamble_pending_) [[unlikely]] {
         check_preamble();
@@ -47,6 +66,13 @@ void decoder_rxpmarker::get(basic_buffer& packet) {
     if (past_end_) {
         throw scanlib_exception("Attempt to read beyond end of input.", rxpmarker_source, __LINE__);
     }
+    if (!get_in_place(packet)) [[unlikely]] {
+        assemble(packet);
+    }
+}
+
+/// The next packet word for word, with more input where it is needed.
+void decoder_rxpmarker::assemble(basic_buffer& packet) {
     packet = basic_buffer(decode_, decode_, decode_);
     std::uint32_t* write = write_.load(std::memory_order_acquire);
     // The flag before the position: what was put ahead of the end must be seen with it.
@@ -92,19 +118,9 @@ void decoder_rxpmarker::get(basic_buffer& packet) {
         } else {
             std::uint32_t* const available = write > decode_ ? write : ring_end();
             const auto room = array_end() - a.destination;
-            const std::size_t run =
-                plain_run(decode_, available - decode_ > room ? decode_ + room : available);
-            if (run == 0) {
-                if (*decode_ > escape_word) {
-                    packet = basic_buffer(a.begin, a.destination, a.destination);
-                    return;
-                }
-                escape_pending = true;
-                a.move_needed = true;
-                ++decode_;
-                stream_position_ += 4;
-                continue;
-            }
+            const std::uint32_t* const end =
+                available - decode_ > room ? decode_ + room : available;
+            const std::size_t run = plain_run(decode_, end);
             if (a.move_needed) {
                 std::memmove(a.destination, decode_, run * sizeof *decode_);
             }
@@ -114,7 +130,19 @@ void decoder_rxpmarker::get(basic_buffer& packet) {
             if (a.destination == array_end()) [[unlikely]] {
                 make_headroom(a);
                 write = write_.load(std::memory_order_acquire);
+                continue;
             }
+            if (decode_ == end) {
+                continue;
+            }
+            if (*decode_ > escape_word) {
+                packet = basic_buffer(a.begin, a.destination, a.destination);
+                return;
+            }
+            escape_pending = true;
+            a.move_needed = true;
+            ++decode_;
+            stream_position_ += 4;
             continue;
         }
         ++a.destination;

@@ -132,7 +132,6 @@ wave_record& wave::add_record(wave_block& block, std::uint64_t channel, double t
     wave_record& r = block.records.emplace_back();
     r.channel = channel;
     r.time_sorg = time_sorg;
-    r.samples = pool_.take_samples();
     open_samples_ += weight_of(r);
     return r;
 }
@@ -154,11 +153,13 @@ wave_block* wave::block_for_samples(std::size_t sample_count) {
     return open_blocks_.back().get();
 }
 
-/// Replaces the samples of a record of an open block.
+/// Replaces the samples of a record of an open block: `fill` gets a list of any content.
 template<class Fill>
 void wave::fill_samples(wave_record& record, Fill fill) {
     open_samples_ -= record.samples.capacity();
-    record.samples.clear();
+    if (record.samples.capacity() == 0) {
+        record.samples = pool_.take_samples();
+    }
     fill(record.samples);
     open_samples_ += record.samples.capacity();
 }
@@ -167,7 +168,7 @@ void wave::fill_samples(wave_record& record, Fill fill) {
 
 void wave::add_header_sample(wave_block& block, std::uint16_t sample) {
     fill_samples(add_record(block, header_sample_channel, 0),
-                 [&](auto& samples) { samples.push_back(sample); });
+                 [&](auto& samples) { samples.assign(1, sample); });
 }
 
 void wave::on_sbl_dg_header(packets::sbl_dg_header& p) {
@@ -239,18 +240,16 @@ void wave::store_words16(const Packet& p, wave_record& record) {
     const std::size_t words = words16_of(p, p.odd() != 0);
     fill_samples(record, [&](auto& samples) {
         samples.resize(words);
-        unpack_samples(payload_of(p), words * 16, 16, samples.data());
+        unpack_samples(payload_of(p), words, 16, samples.data());
     });
 }
 
 template<class Packet>
-void wave::store_packed(const Packet& p, wave_record& record) {
-    const std::size_t bits = packed_bits(p);
-    const unsigned width = p.bit_width();
+void wave::store_packed(const Packet& p, std::size_t sample_count, wave_record& record) {
     record.is_compressed = 0;
     fill_samples(record, [&](auto& samples) {
-        samples.resize(packed_sample_count(bits, width));
-        unpack_samples(payload_of(p), bits, width, samples.data());
+        samples.resize(sample_count);
+        unpack_samples(payload_of(p), sample_count, p.bit_width(), samples.data());
     });
 }
 
@@ -262,7 +261,10 @@ void wave::store_compressed(const Packet& p, wave_record& record) {
         return;
     }
     const std::size_t words = words16_of(p, p.odd() != 0);
-    fill_samples(record, [&](auto& samples) { decompress_samples(payload_of(p), words, samples); });
+    fill_samples(record, [&](auto& samples) {
+        samples.clear();
+        decompress_samples(payload_of(p), words, samples);
+    });
 }
 
 void wave::on_sbl_dg_data(packets::sbl_dg_data& p, const std::uint32_t* /*end*/) {
@@ -281,11 +283,13 @@ void wave::on_sbl_dg_data_compressed(packets::sbl_dg_data_compressed& p,
 }
 
 void wave::on_sbl_dg_data_hr(packets::sbl_dg_data_hr& p, const std::uint32_t* /*end*/) {
-    if (wave_block* block = block_for_samples(packed_sample_count(packed_bits(p), p.bit_width()))) {
+    const std::size_t count = packed_sample_count(packed_bits(p), p.bit_width());
+    if (wave_block* block = block_for_samples(count)) {
         // Whole counts here, the nearest count in the packets by channel.
         const auto ticks = saturate<std::uint64_t>(block->time_internal / systime_hr_unit);
-        store_packed(p, add_record(*block, p.channel(),
-                                   high_resolution_start(p.block_field(), p.channel(), ticks)));
+        store_packed(p, count,
+                     add_record(*block, p.channel(),
+                                high_resolution_start(p.block_field(), p.channel(), ticks)));
     }
 }
 
@@ -321,9 +325,9 @@ wave_record* wave::record_of_channel(std::uint64_t channel, std::int16_t block_f
 }
 
 void wave::on_sbl_dg_channel_data(packets::sbl_dg_channel_data& p, const std::uint32_t* /*end*/) {
-    if (wave_record* r = record_of_channel(p.channel(), p.block_field(),
-                                           packed_sample_count(packed_bits(p), p.bit_width()))) {
-        store_packed(p, *r);
+    const std::size_t count = packed_sample_count(packed_bits(p), p.bit_width());
+    if (wave_record* r = record_of_channel(p.channel(), p.block_field(), count)) {
+        store_packed(p, count, *r);
     }
 }
 

@@ -175,9 +175,8 @@ void unpack_wide(const std::uint32_t* words, std::size_t count, unsigned width,
 
 } // namespace
 
-void unpack_samples(const std::uint32_t* words, std::size_t bits, unsigned width,
+void unpack_samples(const std::uint32_t* words, std::size_t count, unsigned width,
                     std::uint16_t* out) noexcept {
-    const std::size_t count = packed_sample_count(bits, width);
     if (count == 0) {
         return; // there may be no memory either
     }
@@ -186,8 +185,8 @@ void unpack_samples(const std::uint32_t* words, std::size_t bits, unsigned width
     } else if (width == widest) {
         std::memcpy(out, words, count * sizeof *out);
     } else {
-        by_width[width - 1](reinterpret_cast<const unsigned char*>(words), (bits + 31) / 32 * 4,
-                            count, out);
+        by_width[width - 1](reinterpret_cast<const unsigned char*>(words),
+                            (count * width + 31) / 32 * 4, count, out);
     }
 }
 

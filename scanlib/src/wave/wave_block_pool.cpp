@@ -28,7 +28,6 @@ void wave_block_pool::keep(std::vector<std::uint16_t>&& samples) {
     if (room == 0 || room > sample_limit - room_ || lists_.size() == list_limit) {
         return;
     }
-    samples.clear();
     lists_.push_back(std::move(samples));
     room_ += room;
 }

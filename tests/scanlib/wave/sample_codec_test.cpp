@@ -23,7 +23,7 @@ sample_list unpacked(const word_list& words, std::size_t bits, unsigned width) {
     std::copy(words.begin(), words.end(), exact.get());
     sample_list out(packed_sample_count(bits, width), 0xAAAA);
     out.shrink_to_fit();
-    unpack_samples(exact.get(), bits, width, out.data());
+    unpack_samples(exact.get(), out.size(), width, out.data());
     return out;
 }
 

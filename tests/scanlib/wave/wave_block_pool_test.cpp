@@ -22,7 +22,7 @@ std::unique_ptr<wave_block> block_of(std::size_t records, std::size_t samples) {
 
 } // namespace
 
-TEST(wave_block_pool, memory_comes_back_empty) {
+TEST(wave_block_pool, blocks_come_back_empty_and_lists_as_they_were) {
     wave_block_pool pool;
     auto block = block_of(1, 100);
     block->time = 1;
@@ -41,9 +41,10 @@ TEST(wave_block_pool, memory_comes_back_empty) {
     EXPECT_THAT(again->records, IsEmpty());
     EXPECT_THAT(again->peaks, IsEmpty());
     const auto samples = pool.take_samples();
-    EXPECT_THAT(samples, IsEmpty());
+    EXPECT_EQ(samples.size(), 100U);
     EXPECT_EQ(samples.data(), memory);
     EXPECT_EQ(pool.spare_room(), 0U);
+    EXPECT_THAT(pool.take_samples(), IsEmpty());
 }
 
 TEST(wave_block_pool, spare_lists_have_room_for_a_bounded_number_of_samples) {
