@@ -148,8 +148,7 @@ void assemble_to_output(const assemble_options& options, std::FILE* text, comman
 }
 
 exit_code run(const assemble_options& options) {
-    std::error_code ignored;
-    if (fs::equivalent(options.text, options.output, ignored)) {
+    if (recording_output::replaces(options.output, options.text)) {
         throw CLI::ValidationError("OUTPUT", "\"" + options.output + "\" is the input");
     }
     if (options.json && options.to_standard_output()) {

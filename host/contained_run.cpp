@@ -1,7 +1,6 @@
 #include "contained_run.hpp"
 
 #include "interrupts.hpp"
-#include "terminal.hpp"
 
 #include <array>
 #include <cerrno>
@@ -76,24 +75,28 @@ void end_with(pid_t parent) {
     }
 }
 
+// What the child sends begins with one of these: the text of the work, or why it was given up.
+constexpr char kind_told = 't';
+constexpr char kind_failure = 'f';
+
 /// The child's life. Ends without the parent's exit handlers and buffers.
 [[noreturn]] void live(int to, const std::function<exit_code(std::string&)>& work) {
-    drop_inherited_handlers();
     limit(RLIMIT_CORE, 0);
     if (bounds_memory) {
         limit(RLIMIT_AS, most_memory);
     }
     std::string told;
+    std::string failure;
     exit_code code = exit_code::internal_failure;
     try {
         code = work(told);
     } catch (const std::bad_alloc&) {
-        complain("reading the file takes too much memory");
+        failure = "reading the file takes too much memory";
         code = exit_code::input_damaged;
     } catch (const std::exception& e) {
-        complain("internal failure: %s", e.what());
+        failure = std::string("internal failure: ") + e.what();
     }
-    write_all(to, told);
+    write_all(to, failure.empty() ? kind_told + told : kind_failure + failure);
     _exit(static_cast<int>(code));
 }
 
@@ -106,7 +109,7 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
         fail("pipe");
     }
     const pid_t parent = getpid();
-    const pid_t child = fork();
+    const pid_t child = fork_unwatched();
     if (child == 0) {
         end_with(parent);
         close(ends[0]);
@@ -120,7 +123,7 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
         fail("fork");
     }
     contained_result result;
-    result.told = read_all(ends[0]);
+    const std::string sent = read_all(ends[0]);
     close(ends[0]);
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
@@ -133,9 +136,11 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
     }
     if (WIFEXITED(status)) {
         result.code = static_cast<exit_code>(WEXITSTATUS(status));
+        const bool whole = sent.starts_with(kind_told);
+        (whole ? result.told : result.failure) =
+            sent.empty() ? "its reading ended early" : sent.substr(1);
     } else {
         result.code = exit_code::input_damaged;
-        result.told.clear();
         result.failure = "the storage library fails on it (signal " +
                          std::to_string(WTERMSIG(status)) + "): its structure is damaged";
     }

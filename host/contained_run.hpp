@@ -16,7 +16,8 @@ struct contained_result {
 
 /// Runs work that reads a foreign K7 file in a child process with bounded memory: the storage
 /// library is known to crash on files whose inner structures are damaged. Such an end gives
-/// `input_damaged` and a text with the signal. What the work leaves in the buffer of standard
+/// `input_damaged` and a text with the signal, as does a lack of memory; other exceptions of the
+/// work give `internal_failure`. What the work leaves in the buffer of standard
 /// output is lost. It ends where this process is ended, and a broken pipe ends both.
 /// Throws std::system_error where no process can be made.
 contained_result run_contained(const std::function<exit_code(std::string& told)>& work);

@@ -4,6 +4,7 @@
 #include "end_request.hpp"
 #include "input_file.hpp"
 #include "job_pool.hpp"
+#include "packets_line.hpp"
 #include "progress.hpp"
 #include "terminal.hpp"
 

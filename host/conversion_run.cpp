@@ -140,10 +140,6 @@ bool skip(const convert_options& options, conversion_result& result) {
 
 } // namespace
 
-progress_scale packets_of(const std::string& input) {
-    return {"packets", estimate_packets(input), bytes_of_input(input)};
-}
-
 conversion_result convert_one(const convert_options& options, const std::string& input,
                               progress_view& shown, end_request& end) {
     conversion_result result;

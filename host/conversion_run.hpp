@@ -14,7 +14,4 @@ namespace host {
 conversion_result convert_one(const convert_options& options, const std::string& input,
                               progress_view& shown, end_request& end);
 
-/// How the packets that a conversion counts are shown for an input.
-progress_scale packets_of(const std::string& input);
-
 } // namespace host

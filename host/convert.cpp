@@ -8,7 +8,7 @@
 #include "interrupts.hpp"
 #include "numbers.hpp"
 #include "output_folder.hpp"
-#include "progress.hpp"
+#include "packets_line.hpp"
 #include "stdout_guard.hpp"
 #include "terminal.hpp"
 #include "time_range.hpp"
@@ -21,7 +21,6 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -69,28 +68,6 @@ void check_outputs(const convert_options& options) {
         }
     }
 }
-
-/// Looks at the input when there is something to show, and not before.
-class packets_line : public progress_view {
-  public:
-    explicit packets_line(const std::string& input) : input_(input) {}
-
-    void show(std::uint64_t packets) override {
-        if (!line_) {
-            line_.emplace(std::filesystem::path(input_).filename().string(), packets_of(input_));
-        }
-        line_->show(packets);
-    }
-    void clear() override {
-        if (line_) {
-            line_->clear();
-        }
-    }
-
-  private:
-    const std::string& input_;
-    std::optional<progress_line> line_;
-};
 
 /// Converts one input after the other in this process.
 std::vector<conversion_outcome> convert_here(const convert_options& options) {

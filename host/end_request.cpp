@@ -2,6 +2,18 @@
 
 namespace host {
 
+namespace {
+
+void tell(Riegl::StreamControl& stream, bool cancelled) {
+    if (cancelled) {
+        stream.cancel();
+    } else {
+        stream.stop();
+    }
+}
+
+} // namespace
+
 void end_request::stop(int signal) {
     make(wish::stop, signal);
 }
@@ -28,7 +40,7 @@ void end_request::pass_on_to(const std::shared_ptr<Riegl::StreamControl>& stream
         wanted = wish_;
     }
     if (wanted != wish::none) {
-        make(wanted, signal());
+        tell(*stream, wanted == wish::cancel);
     }
 }
 
@@ -40,10 +52,8 @@ void end_request::make(wish wanted, int signal) {
         signal_ = signal;
         stream = stream_;
     }
-    if (stream && wanted == wish::cancel) {
-        stream->cancel();
-    } else if (stream) {
-        stream->stop();
+    if (stream) {
+        tell(*stream, wanted == wish::cancel);
     }
 }
 

@@ -53,6 +53,7 @@ struct export_result {
     join_counts counts;
     std::uint64_t bytes_out = 0;
     double seconds = 0;
+    bool written = false; ///< the output is whole, with what could be read
     exit_code code = exit_code::good;
 };
 
@@ -91,12 +92,10 @@ void check_output(const export_options& options) {
         }
         return;
     }
-    std::error_code error;
-    const fs::path part = recording_output::name_until_whole(options.output);
-    if (fs::equivalent(options.input, options.output, error) ||
-        fs::equivalent(options.input, part, error)) {
+    if (recording_output::replaces(options.output, options.input)) {
         refuse_usage("OUT", "\"" + options.output + "\" would replace the input");
     }
+    std::error_code error;
     const auto kind = fs::status(options.output, error).type();
     const bool sequential = kind == fs::file_type::fifo || kind == fs::file_type::character ||
                             kind == fs::file_type::socket;
@@ -189,6 +188,7 @@ void write_points(const export_options& options, export_output& output, export_r
     result.code = result.text.empty()  ? exit_code::good
                   : result.points == 0 ? exit_code::input_unreadable
                                        : exit_code::input_damaged;
+    result.written = result.code != exit_code::input_unreadable;
 }
 
 std::string json_of(const export_options& options, const export_result& result) {
@@ -230,12 +230,8 @@ void warn(const export_options& options, std::uint64_t count, const char* what) 
     }
 }
 
-bool is_written(const export_result& result) {
-    return result.code == exit_code::good || result.code == exit_code::input_damaged;
-}
-
 void tell(const export_options& options, const export_result& result) {
-    if (!is_complete(options) && is_written(result)) {
+    if (!is_complete(options) && result.written) {
         complain("%s is not complete; exported is what it holds so far", options.input.c_str());
     }
     warn(options, result.counts.without_shot, "echoes without a shot of their time");
@@ -249,9 +245,9 @@ void tell(const export_options& options, const export_result& result) {
 /// Tells on standard error what is to be told, and returns what is printed.
 std::string told_of(const export_options& options, const export_result& result) {
     tell(options, result);
-    return options.json         ? json_of(options, result) + "\n"
-           : is_written(result) ? summary_of(options, result)
-                                : std::string();
+    return options.json     ? json_of(options, result) + "\n"
+           : result.written ? summary_of(options, result)
+                            : std::string();
 }
 
 export_result failed(std::string text, exit_code code) {
@@ -290,9 +286,7 @@ std::string export_readable(const export_options& options, exit_code& code) {
         return told_of(options,
                        failed("cannot read \"" + options.input + "\": " + run.failure, run.code));
     }
-    // A process that was given up tells nothing, and what it wrote has no end.
-    if (!run.told.empty() &&
-        (run.code == exit_code::good || run.code == exit_code::input_damaged)) {
+    if (run.code == exit_code::good || run.code == exit_code::input_damaged) {
         output.publish();
     }
     return run.told;

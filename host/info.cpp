@@ -152,10 +152,10 @@ exit_code run(const info_options& options) {
     } catch (const std::exception& e) {
         return refuse(options, "cannot read \"" + options.input + "\": " + e.what());
     }
-    const bool damaged = !r.error.empty() || !r.files.unread.empty();
     const std::string metadata = options.meta ? found.metadata(true) : std::string();
     const bool told_too_little = options.meta && metadata.empty();
-    const exit_code code = damaged || told_too_little ? exit_code::input_damaged : exit_code::good;
+    const exit_code code =
+        is_damaged(r) || told_too_little ? exit_code::input_damaged : exit_code::good;
     if (options.meta) {
         std::fputs(metadata.c_str(), stdout);
     } else if (options.json) {

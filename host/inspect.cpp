@@ -4,7 +4,7 @@
 #include "input_file.hpp"
 #include "inspection_report.hpp"
 #include "output_folder.hpp"
-#include "progress.hpp"
+#include "packets_line.hpp"
 #include "time_range.hpp"
 
 #include "frontend/inspection.hpp"
@@ -33,9 +33,7 @@ struct inspect_options {
 class inspection_monitor : public Riegl::ProgressMonitor {
   public:
     inspection_monitor(const std::string& input, inspection_result& result)
-        : line_(std::filesystem::path(input).filename().string(),
-                {"packets", estimate_packets(input), bytes_of_input(input)})
-        , result_(result) {}
+        : line_(input), result_(result) {}
 
     void report(const std::string& /*label*/, int current, int /*total*/) override {
         line_.show(static_cast<std::uint64_t>(current < 0 ? 0 : current));
@@ -46,7 +44,7 @@ class inspection_monitor : public Riegl::ProgressMonitor {
     }
 
   private:
-    progress_line line_;
+    packets_line line_;
     inspection_result& result_;
 };
 

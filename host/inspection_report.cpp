@@ -2,6 +2,7 @@
 
 #include "json.hpp"
 #include "losses.hpp"
+#include "printable.hpp"
 #include "recording_files.hpp"
 #include "terminal.hpp"
 
@@ -55,7 +56,7 @@ void report_failure(const inspection_result& r) {
     const Riegl::InspectionSummary& s = r.summary;
     if (!r.text.empty()) {
         const bool names_input = r.text.find(r.input) != std::string::npos;
-        complain("%s%s", names_input ? "" : (r.input + ": ").c_str(), r.text.c_str());
+        complain("%s%s", names_input ? "" : (r.input + ": ").c_str(), printable(r.text).c_str());
     }
     if (r.stopped) {
         complain("%s: stopped at byte %" PRIu64 "; what came before is drawn", r.input.c_str(),

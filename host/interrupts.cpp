@@ -59,14 +59,22 @@ bool signal_pipe::write_end_of_watch() {
     return ::write(pipe_in, &end_of_watch, 1) == 1;
 }
 
-void ignore_interrupts() {
-    set_handlers(SIG_IGN);
-}
-
-void drop_inherited_handlers() {
-    if (pipe_in != -1) {
-        set_handlers(SIG_DFL);
+pid_t fork_unwatched() {
+    sigset_t held;
+    sigset_t before;
+    ::sigemptyset(&held);
+    for (const int signal : signals) {
+        ::sigaddset(&held, signal);
     }
+    ::pthread_sigmask(SIG_BLOCK, &held, &before);
+    const pid_t child = ::fork();
+    const int failure = errno;
+    if (child == 0 && pipe_in != -1) {
+        set_handlers(SIG_IGN);
+    }
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = failure;
+    return child;
 }
 
 void end_process_by(int signal) {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <sys/types.h>
 #include <thread>
 
 namespace host {
@@ -29,11 +30,9 @@ class signal_pipe {
     file_handle in_;
 };
 
-/// For a child process that its parent tells when to end.
-void ignore_interrupts();
-
-/// For any other child process: a signal must not go to the parent's pipe.
-void drop_inherited_handlers();
+/// fork. Where there is a signal_pipe, the child ignores its signals from the first moment on: they
+/// are the parent's to take, and must not reach the pipe twice.
+pid_t fork_unwatched();
 
 /// Ends the process by a signal, as if it had not been caught.
 void end_process_by(int signal);

@@ -170,16 +170,15 @@ job_pool::job_pool(job_wishes wishes, listener told)
 job_pool::~job_pool() = default;
 
 void job_pool::live(std::size_t number, wires& ends, const work& run) {
-    ignore_interrupts();
     for (job& other : jobs_) {
         other.ends = wires(); // or a parent that is gone would not be noticed
     }
     ends.close_parents_ends();
     ::dup2(ends.output_in.get(), STDOUT_FILENO);
     ::dup2(ends.errors_in.get(), STDERR_FILENO);
-    start_running([this, from = ends.wish_out.get()] { listen(from, wishes_); }).detach();
     int status = EXIT_SUCCESS;
     try {
+        start_running([this, from = ends.wish_out.get()] { listen(from, wishes_); }).detach();
         run(number, job_report(ends.report_in.get()));
     } catch (const std::exception& e) {
         std::fprintf(stderr, "%s\n", e.what());
@@ -194,7 +193,7 @@ std::string job_pool::start(std::size_t number, const work& run) {
     job& fresh = jobs_.emplace_back();
     fresh.end.number = number;
     const bool wired = fresh.ends.make();
-    fresh.process = wired ? ::fork() : -1;
+    fresh.process = wired ? fork_unwatched() : -1;
     if (fresh.process < 0) {
         const int failure = errno;
         jobs_.pop_back(); // descriptors may be what is short, and the text may need one

@@ -7,12 +7,12 @@
 #include "input_file.hpp"
 #include "json.hpp"
 #include "look/page.hpp"
+#include "recording_output.hpp"
 #include "terminal.hpp"
 
 #include <CLI/CLI.hpp>
 #include <cinttypes>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -142,8 +142,7 @@ exit_code look_at(const look_options& options, std::string& told) {
         return refuse(options, unreadable, exit_code::input_unreadable, told);
     }
     const std::string output = output_of(options);
-    std::error_code error;
-    if (std::filesystem::equivalent(options.input, output, error)) {
+    if (recording_output::replaces(output, options.input)) {
         return refuse(options, "the picture would replace \"" + options.input + "\"",
                       exit_code::usage, told);
     }

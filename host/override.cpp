@@ -6,14 +6,10 @@
 #include "override_run.hpp"
 #include "recording_output.hpp"
 
-#include "scanlib/file_set.hpp"
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
 namespace host {
@@ -29,16 +25,10 @@ struct override_options {
 
 /// What is read must not be overwritten.
 void check_output(const override_options& options) {
-    std::vector<std::string> read{options.override_name};
-    const scanlib::file_set set = scanlib::find_file_set(options.input);
-    for (const auto* parts : {&set.prefixes, &set.data}) {
-        for (const scanlib::file_part& part : *parts) {
-            read.push_back(part.name);
-        }
-    }
+    std::vector<std::string> read = files_of_input(options.input);
+    read.push_back(options.override_name);
     for (const std::string& name : read) {
-        std::error_code missing;
-        if (std::filesystem::equivalent(name, options.output, missing)) {
+        if (recording_output::replaces(options.output, name)) {
             throw CLI::ValidationError("override", "the output would overwrite \"" + name + "\"");
         }
     }

@@ -2,7 +2,6 @@
 #include "commands.hpp"
 #include "help.hpp"
 #include "input_file.hpp"
-#include "input_registry.hpp"
 #include "recording_output.hpp"
 #include "recording_walk.hpp"
 
@@ -100,14 +99,16 @@ class piecewise_text : public std::streambuf {
 
 /// Refuses an output that would take the place of a file that is read.
 void check_output(const points_options& options) {
-    input_registry read;
-    read.add(options.input);
-    if (options.output.empty() || read.find(options.output) == nullptr) {
+    if (options.output.empty()) {
         return;
     }
-    const std::string& file = read.find(options.output)->file;
-    throw CLI::ValidationError("-o", "\"" + options.output + "\" is " +
-                                         (file == options.input ? "" : "part of ") + "the input");
+    for (const std::string& file : files_of_input(options.input)) {
+        if (recording_output::replaces(options.output, file)) {
+            throw CLI::ValidationError("-o", "\"" + options.output + "\" is " +
+                                                 (file == options.input ? "" : "part of ") +
+                                                 "the input");
+        }
+    }
 }
 
 /// Writes the rows; throws where the recording cannot be opened or the output does not take them.
@@ -141,7 +142,9 @@ void write_points(const points_options& options, command_result& result) {
         output.publish();
         result.found.number("points", points).number("bytes_out", output.bytes_written());
     }
-    result.code = tell_damage(options.input, walk) ? exit_code::input_damaged : exit_code::good;
+    tell_losses(options.input, walk);
+    result.text = damage_of(options.input, walk);
+    result.code = is_damaged(walk) ? exit_code::input_damaged : exit_code::good;
 }
 
 exit_code run(const points_options& options) {

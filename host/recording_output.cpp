@@ -25,6 +25,11 @@ fs::path recording_output::name_until_whole(const std::string& path) {
     return name;
 }
 
+bool recording_output::replaces(const std::string& path, const std::string& file) {
+    std::error_code error;
+    return fs::equivalent(file, path, error) || fs::equivalent(file, name_until_whole(path), error);
+}
+
 recording_output::recording_output(const std::string& path)
     : path_(place_of(path)), written_(name_until_whole(path)) {
     file_ = std::make_shared<simulator::recording_file>(written_, path);

@@ -21,6 +21,8 @@ class recording_output {
 
     /// The name of the file until it is whole; `path` itself of devices and pipes.
     static std::filesystem::path name_until_whole(const std::string& path);
+    /// Whether writing to `path` takes the place of `file`, at the end or by the name until then.
+    static bool replaces(const std::string& path, const std::string& file);
 
     /// Throws simulator::output_error.
     void write(const char* data, std::uint64_t n);

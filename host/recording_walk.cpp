@@ -1,5 +1,6 @@
 #include "recording_walk.hpp"
 
+#include "printable.hpp"
 #include "recording_files.hpp"
 #include "terminal.hpp"
 
@@ -66,7 +67,7 @@ void walk_recording(const std::string& input, recording_walk& walk, const packet
     keep_files(*connection, walk);
 }
 
-bool tell_damage(const std::string& input, const recording_walk& walk) {
+void tell_losses(const std::string& input, const recording_walk& walk) {
     for (std::size_t i = 0; i < scanlib::loss_log::kinds; ++i) {
         const auto kind = static_cast<scanlib::loss>(i);
         if (walk.losses.count(kind) != 0) {
@@ -76,12 +77,24 @@ bool tell_damage(const std::string& input, const recording_walk& walk) {
         }
     }
     tell_unread(input, walk.files);
-    if (walk.error.empty()) {
-        return !walk.files.unread.empty();
+}
+
+std::string damage_of(const std::string& input, const recording_walk& walk) {
+    return walk.error.empty() ? std::string()
+                              : "\"" + input + "\" is damaged at byte " +
+                                    std::to_string(walk.offset) + ": " + printable(walk.error);
+}
+
+bool is_damaged(const recording_walk& walk) {
+    return !walk.error.empty() || !walk.files.unread.empty();
+}
+
+bool tell_damage(const std::string& input, const recording_walk& walk) {
+    tell_losses(input, walk);
+    if (!walk.error.empty()) {
+        complain("%s", damage_of(input, walk).c_str());
     }
-    complain("\"%s\" is damaged at byte %llu: %s", input.c_str(),
-             static_cast<unsigned long long>(walk.offset), walk.error.c_str());
-    return true;
+    return is_damaged(walk);
 }
 
 } // namespace host

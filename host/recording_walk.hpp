@@ -28,8 +28,16 @@ using packet_taker = std::function<bool(const std::uint32_t* begin, const std::u
 void walk_recording(const std::string& input, recording_walk& walk, const packet_taker& take,
                     const packet_taker& take_cut);
 
-/// Tells on standard error what was lost, which files were not read, and what the recording's
-/// damage is. Returns whether it is damaged or not whole.
+/// Tells on standard error what was lost, and which files were not read.
+void tell_losses(const std::string& input, const recording_walk& walk);
+
+/// The damage that ended the reading, and where; empty at the stream's own end.
+std::string damage_of(const std::string& input, const recording_walk& walk);
+
+/// Whether the recording is damaged or not whole.
+bool is_damaged(const recording_walk& walk);
+
+/// Tells all of it on standard error. Returns whether the recording is damaged or not whole.
 bool tell_damage(const std::string& input, const recording_walk& walk);
 
 } // namespace host

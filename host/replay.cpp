@@ -136,10 +136,10 @@ exit_code fail(const replay_options& options, exit_code code, const std::string&
 
 exit_code run(const replay_options& options) {
     check_usage(options);
-    const std::string unreadable = reason_unreadable(options.input);
-    if (!unreadable.empty() || is_live_stream(options.input)) {
-        return fail(options, exit_code::input_unreadable,
-                    unreadable.empty() ? "a live stream cannot be replayed" : unreadable);
+    const std::string refusal = is_live_stream(options.input) ? "a live stream cannot be replayed"
+                                                              : reason_unreadable(options.input);
+    if (!refusal.empty()) {
+        return fail(options, exit_code::input_unreadable, refusal);
     }
     try {
         const auto recording = std::make_shared<const replay_recording>(options.input);

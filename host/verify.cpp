@@ -122,11 +122,10 @@ contained_result verify_contained(const std::string& input, bool json) {
         told = told_of(v, json);
         return v.code;
     });
-    if (result.told.empty() && (json || !result.failure.empty())) {
+    if (!result.failure.empty()) {
         verification v;
         v.input = input;
-        v.text = "cannot read \"" + input +
-                 "\": " + (result.failure.empty() ? "it was given up" : result.failure);
+        v.text = "cannot read \"" + input + "\": " + result.failure;
         v.code = result.code;
         result.told = told_of(v, json);
     }

@@ -461,6 +461,8 @@ class Hostile(ExportTest):
         told = json.loads(p.stdout)
         self.assertEqual((p.returncode, told['exit_code']), (4, 4), p.stderr)
         self.assertIn('the storage library fails on it', told['text'])
+        p = subprocess.run([HOST, 'export', path, out], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.assertEqual((p.returncode, p.stdout), (4, b''))  # no summary of what is not there
         self.assertEqual(bytes_of(out), b'earlier')
         self.assertFalse(os.path.exists(out + '.part'))
 

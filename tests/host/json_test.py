@@ -95,8 +95,8 @@ class Json(HostCase):
     def test_tells_damage(self):
         self.simulate('bad.rxp')
         self.damage('bad.rxp')
-        for command in ('convert', 'info'):
-            result, = self.results(command, 'bad.rxp', code=4)
+        for command, more in (('convert', ()), ('info', ()), ('points', ('-o', 'points.txt'))):
+            result, = self.results(command, 'bad.rxp', *more, code=4)
             self.check_members(command, result)
 
     def test_of_overrides_tells_what_became_of_them(self):

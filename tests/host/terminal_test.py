@@ -91,6 +91,18 @@ class Messages(HostCase):
             self.assertTrue(told, p.stderr)
             self.assertTrue(any(abs(t - at) < 64 for t in told), (command, told, at))
 
+    def test_have_nothing_of_a_recording_that_a_terminal_would_obey(self):
+        self.simulate('odd.rxp', '--waveforms', 'channel', shots=100)
+        lines = self.good('dump', '--lossless', 'odd.rxp').stdout
+        self.assertIn('"reference"', lines)
+        self.write('odd.txt', lines.replace('"reference"', '"od\x1b[31m"').encode())
+        self.good('assemble', 'odd.txt', 'odd.rxp')
+        for command, more in (('convert', ()), ('inspect', ('--time-range', '0:86400'))):
+            p = self.host(command, 'odd.rxp', *more)
+            self.assertEqual(p.returncode, 4, command)
+            self.assertIn('channel 3 found: od?[31m', p.stderr)
+            self.assertFalse('\x1b' in p.stderr, command)
+
     def test_of_losses_name_file_and_byte(self):
         data = self.read(self.simulate())
         self.write('cut.rxp', data[:-2])
