@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -30,6 +31,9 @@ constexpr bool bounds_memory = true;
 #endif
 
 constexpr rlim_t most_memory = rlim_t{4} << 30U;
+
+constexpr std::uint64_t least_seconds = 60;
+constexpr std::uint64_t bytes_per_second = std::uint64_t{1} << 20U;
 
 void limit(int what, rlim_t most) {
     rlimit now{};
@@ -80,8 +84,10 @@ constexpr char kind_told = 't';
 constexpr char kind_failure = 'f';
 
 /// The child's life. Ends without the parent's exit handlers and buffers.
-[[noreturn]] void live(int to, const std::function<exit_code(std::string&)>& work) {
+[[noreturn]] void live(int to, std::uint64_t seconds,
+                       const std::function<exit_code(std::string&)>& work) {
     limit(RLIMIT_CORE, 0);
+    limit(RLIMIT_CPU, seconds);
     if (bounds_memory) {
         limit(RLIMIT_AS, most_memory);
     }
@@ -100,9 +106,24 @@ constexpr char kind_failure = 'f';
     _exit(static_cast<int>(code));
 }
 
+std::string text_of_signal(int signal, std::uint64_t seconds) {
+    const std::string cause =
+        signal == SIGXCPU
+            ? "the storage library does not end with it in " + std::to_string(seconds) + " s"
+            : "the storage library fails on it (signal " + std::to_string(signal) + ")";
+    return cause + ": its structure is damaged";
+}
+
 } // namespace
 
-contained_result run_contained(const std::function<exit_code(std::string& told)>& work) {
+std::uint64_t most_seconds(const std::string& file) {
+    std::error_code unknown;
+    const auto bytes = std::filesystem::file_size(file, unknown);
+    return least_seconds + (unknown ? 0 : bytes / bytes_per_second);
+}
+
+contained_result run_contained(std::uint64_t seconds,
+                               const std::function<exit_code(std::string& told)>& work) {
     std::fflush(stdout);
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) {
@@ -113,7 +134,7 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
     if (child == 0) {
         end_with(parent);
         close(ends[0]);
-        live(ends[1], work);
+        live(ends[1], seconds, work);
     }
     const int failure = errno;
     close(ends[1]);
@@ -141,8 +162,7 @@ contained_result run_contained(const std::function<exit_code(std::string& told)>
             sent.empty() ? "its reading ended early" : sent.substr(1);
     } else {
         result.code = exit_code::input_damaged;
-        result.failure = "the storage library fails on it (signal " +
-                         std::to_string(WTERMSIG(status)) + "): its structure is damaged";
+        result.failure = text_of_signal(WTERMSIG(status), seconds);
     }
     return result;
 }

@@ -81,7 +81,7 @@ done_output find_done(const std::string& input, const std::string& output) {
     if (!found.reason.empty()) {
         return found;
     }
-    const contained_result inside = run_contained([&](std::string& told) {
+    const contained_result inside = run_contained(most_seconds(output), [&](std::string& told) {
         k7_counts counts;
         try {
             told = reason_inside(output, counts);

@@ -276,7 +276,7 @@ export_result fill(const export_options& options, export_output& output) {
 /// Returns what is printed.
 std::string export_readable(const export_options& options, exit_code& code) {
     export_output output(options);
-    const contained_result run = run_contained([&](std::string& told) {
+    const contained_result run = run_contained(most_seconds(options.input), [&](std::string& told) {
         const export_result result = fill(options, output);
         told = told_of(options, result);
         return result.code;

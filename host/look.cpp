@@ -164,8 +164,8 @@ exit_code look_at(const look_options& options, std::string& told) {
 }
 
 exit_code run(const look_options& options) {
-    const contained_result result =
-        run_contained([&](std::string& told) { return look_at(options, told); });
+    const contained_result result = run_contained(
+        most_seconds(options.input), [&](std::string& told) { return look_at(options, told); });
     std::string told = result.told;
     if (!result.failure.empty()) {
         refuse(options, "cannot read \"" + options.input + "\": " + result.failure, result.code,

@@ -117,7 +117,7 @@ std::string told_of(const verification& v, bool json) {
 }
 
 contained_result verify_contained(const std::string& input, bool json) {
-    contained_result result = run_contained([&](std::string& told) {
+    contained_result result = run_contained(most_seconds(input), [&](std::string& told) {
         const verification v = verify_one(input);
         told = told_of(v, json);
         return v.code;

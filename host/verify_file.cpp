@@ -11,6 +11,8 @@
 #include <set>
 #include <utility>
 
+#include "bundle_interface/k7_names.hpp"
+
 namespace host {
 
 namespace {
@@ -103,7 +105,7 @@ class file_check {
             findings_.add("/", "there is no slice");
         }
         for (std::size_t i = 0; i < slices.size(); ++i) {
-            if (slices[i] != "/Slice_" + std::to_string(i)) {
+            if (slices[i] != Skein::k7::slicePath(static_cast<std::uint32_t>(i))) {
                 findings_.add(slices[i], "slices are not numbered from 0 without gaps");
             }
             attempt(slices[i], [&] { check_slice(slices[i]); });

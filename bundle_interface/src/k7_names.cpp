@@ -1,4 +1,4 @@
-#include "k7_names.hpp"
+#include "bundle_interface/k7_names.hpp"
 
 #include <charconv>
 #include <string_view>
@@ -11,7 +11,6 @@ namespace Skein {
 
 namespace {
 
-constexpr const char* chart_name = "StandardCartesianChart3D";
 constexpr std::string_view fragment_prefix = "Fragment_";
 constexpr std::string_view slice_prefix = "Slice_";
 
@@ -50,6 +49,10 @@ std::optional<std::uint32_t> sliceNumber(const std::string& name) {
     return numberOf(name, slice_prefix);
 }
 
+std::string fragmentName(std::uint32_t number) {
+    return std::string(fragment_prefix).append(std::to_string(number));
+}
+
 std::string slicePath(std::uint32_t number) {
     return std::string("/").append(slice_prefix).append(std::to_string(number));
 }
@@ -84,11 +87,11 @@ const char* nameOf(K7Type type) noexcept {
 }
 
 std::string K7Reader::chartOf(const std::string& grid) {
-    return grid + "/" + chart_name;
+    return grid + "/" + k7::chart_name;
 }
 
 std::string K7Reader::fragmentPath(const std::string& field, std::uint32_t number) {
-    return (field + "/").append(fragment_prefix).append(std::to_string(number));
+    return field + "/" + k7::fragmentName(number);
 }
 
 } // namespace Skein

@@ -13,8 +13,8 @@
 
 #include <hdf5.h>
 
+#include "bundle_interface/k7_names.hpp"
 #include "k7_columns.hpp"
-#include "k7_names.hpp"
 #include "storage_library.hpp"
 
 namespace Skein {

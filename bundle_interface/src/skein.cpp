@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "bundle_interface/holdfast/console.hpp"
+#include "bundle_interface/k7_names.hpp"
 #include "k7_file.hpp"
-#include "k7_names.hpp"
 
 namespace Skein {
 

@@ -35,7 +35,11 @@ std::string writeAll(int descriptor, std::uint64_t at, const std::byte* bytes, s
 
 } // namespace
 
-WriteBehind::WriteBehind(int descriptor) : descriptor_(descriptor), thread_([this] { work(); }) {}
+WriteBehind::WriteBehind(int descriptor) : descriptor_(descriptor) {
+    free_blocks_.reserve(most_waiting /
+                         block_size); // the thread adds to it and must not fail there
+    thread_ = std::thread([this] { work(); });
+}
 
 WriteBehind::~WriteBehind() {
     {

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <limits>
 
+#include "bundle_interface/k7_names.hpp"
+
 namespace Riegl {
 
 namespace {
 
-constexpr const char* chart_name = "StandardCartesianChart3D";
 // What a packet may add after the limit was reached.
 constexpr std::uint32_t margin = 500;
 
@@ -54,7 +55,8 @@ void BundleWriter::prepare_fragment(const std::uint32_t& frag_size,
     const auto renew = [&]<class Staging>(Holdfast::StrongPtr<Staging>& staging, const char* name,
                                           typename Staging::Memory& memory, std::uint32_t width) {
         staging.reset();
-        Holdfast::StrongPtr<Staging> made(new Staging(*slice_, name, chart_name, memory));
+        Holdfast::StrongPtr<Staging> made(
+            new Staging(*slice_, name, Skein::k7::chart_name, memory));
         made->reserve(rows_of(frag_size), width);
         staging = made;
     };

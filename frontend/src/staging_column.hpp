@@ -9,6 +9,7 @@
 
 #include "bundle_interface/holdfast.hpp"
 #include "bundle_interface/holdfast/loan.hpp"
+#include "bundle_interface/k7_names.hpp"
 #include "bundle_interface/rdb2skein.hpp"
 #include "bundle_interface/skein.hpp"
 #include "string_literal.hpp"
@@ -54,7 +55,7 @@ struct FragmentStore {
     bool lend; ///< whether rank-1 columns are short enough to wait in their own memory
 
     bool nothing_to_store() const noexcept { return count == 0 || skip_flag; }
-    std::string name() const { return "Fragment_" + std::to_string(fragment); }
+    std::string name() const { return Skein::k7::fragmentName(fragment); }
 };
 
 /// Element types of a column, as the bundle registers them.
@@ -170,6 +171,7 @@ class MyData<Element, 1, Name> : public ColumnBase {
         claim_written();
         data->resize(store.count);
         rows = std::min(rows, store.count);
+        data->await(store.count); // an earlier store of this column may still be on its way
         modifyGPSTime(error, store.date_code, data, Name.text(), store.leap_flag);
         const auto array =
             store.lend ? Holdfast::StrongPtr<Skein::MemBase>(new LentArray<1, Element>(false, data))

@@ -3,6 +3,9 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <list>
 #include <new>
 #include <stdexcept>
@@ -22,6 +25,8 @@ namespace {
 
 using host::exit_code;
 using testing::HasSubstr;
+
+constexpr std::uint64_t enough = 60; // seconds
 
 volatile std::sig_atomic_t raised_in_child = 0;
 
@@ -62,7 +67,7 @@ TEST(Processes, SignalThatMeetsContainedWorkIsNotTakenForOneOfItsParent) {
     host::contained_result result;
     {
         const signal_at_fork meet(SIGTERM);
-        result = host::run_contained([](std::string&) { return exit_code::good; });
+        result = host::run_contained(enough, [](std::string&) { return exit_code::good; });
     }
     EXPECT_EQ(result.failure, "") << "the parent says when its work ends";
     std::raise(SIGINT); // comes behind whatever was passed on
@@ -72,8 +77,29 @@ TEST(Processes, SignalThatMeetsContainedWorkIsNotTakenForOneOfItsParent) {
     EXPECT_EQ(watch.count(), 1);
 }
 
+TEST(ContainedRun, WorkWithoutEndIsEndedAndToldOf) {
+    const auto result = host::run_contained(1, [](std::string&) -> exit_code {
+        for (volatile int turns = 0;; turns = 1 - turns) {
+        }
+    });
+    EXPECT_EQ(result.code, exit_code::input_damaged);
+    EXPECT_EQ(result.told, "");
+    EXPECT_THAT(result.failure, HasSubstr("does not end with it in 1 s"));
+}
+
+TEST(ContainedRun, TimeForAFileGrowsWithItsSize) {
+    const std::string name = ::testing::TempDir() + "contained_run_size";
+    std::ofstream(name).put('x');
+    const std::uint64_t little = host::most_seconds(name);
+    std::filesystem::resize_file(name, std::uint64_t{10} << 30U);
+    EXPECT_GE(little, 60U);
+    EXPECT_EQ(host::most_seconds(name) - little, 10240U);
+    std::filesystem::remove(name);
+    EXPECT_EQ(host::most_seconds(name), little) << "reading tells that it is not there";
+}
+
 TEST(ContainedRun, TellsWhatTheWorkTells) {
-    const auto result = host::run_contained([](std::string& told) {
+    const auto result = host::run_contained(enough, [](std::string& told) {
         told = "some";
         return exit_code::output_failed;
     });
@@ -83,12 +109,12 @@ TEST(ContainedRun, TellsWhatTheWorkTells) {
 }
 
 TEST(ContainedRun, WorkThatTellsNothingHasNotFailed) {
-    const auto result = host::run_contained([](std::string&) { return exit_code::good; });
+    const auto result = host::run_contained(enough, [](std::string&) { return exit_code::good; });
     EXPECT_EQ(result.told + result.failure, "");
 }
 
 TEST(ContainedRun, WorkThatIsGivenUpTellsWhyAndNothingElse) {
-    const auto memory = host::run_contained([](std::string& told) -> exit_code {
+    const auto memory = host::run_contained(enough, [](std::string& told) -> exit_code {
         told = "half";
         throw std::bad_alloc();
     });
@@ -96,7 +122,7 @@ TEST(ContainedRun, WorkThatIsGivenUpTellsWhyAndNothingElse) {
     EXPECT_EQ(memory.told, "");
     EXPECT_THAT(memory.failure, HasSubstr("memory"));
     const auto other = host::run_contained(
-        [](std::string&) -> exit_code { throw std::runtime_error("odd state"); });
+        enough, [](std::string&) -> exit_code { throw std::runtime_error("odd state"); });
     EXPECT_EQ(other.code, exit_code::internal_failure);
     EXPECT_THAT(other.failure, HasSubstr("odd state"));
 }

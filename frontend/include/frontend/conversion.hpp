@@ -58,8 +58,9 @@ class RXP2K7_EXPORT StreamControl {
     virtual ~StreamControl();
 
     /// Asks the stream to end at a packet boundary. A live stream ends with the next data that
-    /// arrive, and the conversion as at the end of the stream. A recording ends at once, and with
-    /// it the conversion, whose bundle file then keeps the name of one that is not whole.
+    /// arrive, and the conversion as at the end of the stream. A recording ends at once (one from
+    /// a pipe with its next data), and with it the conversion, whose bundle file then keeps the
+    /// name of one that is not whole.
     virtual void stop() = 0;
     /// Breaks the stream off, also while nothing arrives. What was read is stored. The same as stop
     /// for a recording.

@@ -7,6 +7,9 @@
 /// What the objects of a K7 file are called.
 namespace Skein::k7 {
 
+/// The chart of each grid.
+inline constexpr const char* chart_name = "StandardCartesianChart3D";
+
 /// True for paths from the root on, without empty names.
 bool isPath(const std::string& object);
 
@@ -15,6 +18,7 @@ std::optional<std::uint32_t> fragmentNumber(const std::string& name);
 /// The same of a slice's.
 std::optional<std::uint32_t> sliceNumber(const std::string& name);
 
+std::string fragmentName(std::uint32_t number);
 std::string slicePath(std::uint32_t number);
 
 } // namespace Skein::k7
