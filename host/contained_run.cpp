@@ -107,11 +107,12 @@ constexpr char kind_failure = 'f';
 }
 
 std::string text_of_signal(int signal, std::uint64_t seconds) {
-    const std::string cause =
-        signal == SIGXCPU
-            ? "the storage library does not end with it in " + std::to_string(seconds) + " s"
-            : "the storage library fails on it (signal " + std::to_string(signal) + ")";
-    return cause + ": its structure is damaged";
+    if (signal == SIGXCPU) {
+        return "the storage library does not end with it in " + std::to_string(seconds) +
+               " s: its structure is damaged";
+    }
+    return "the storage library fails on it (signal " + std::to_string(signal) +
+           "): its structure is damaged";
 }
 
 } // namespace

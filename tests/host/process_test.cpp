@@ -1,6 +1,7 @@
 // Processes of the host: what a signal does that meets one before it has begun, and how work in one
 // of its own can fail.
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -79,7 +80,7 @@ TEST(Processes, SignalThatMeetsContainedWorkIsNotTakenForOneOfItsParent) {
 
 TEST(ContainedRun, WorkWithoutEndIsEndedAndToldOf) {
     const auto result = host::run_contained(1, [](std::string&) -> exit_code {
-        for (volatile int turns = 0;; turns = 1 - turns) {
+        for (std::atomic<int> turns = 0;; ++turns) {
         }
     });
     EXPECT_EQ(result.code, exit_code::input_damaged);

@@ -18,7 +18,9 @@ std::optional<std::uint32_t> fragmentNumber(const std::string& name);
 /// The same of a slice's.
 std::optional<std::uint32_t> sliceNumber(const std::string& name);
 
+/// As a field's fragment is called.
 std::string fragmentName(std::uint32_t number);
+/// The path of a slice from the root on.
 std::string slicePath(std::uint32_t number);
 
 } // namespace Skein::k7
