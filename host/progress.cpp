@@ -52,7 +52,15 @@ std::string shortened(const std::string& name, std::size_t most) {
     if (name.size() <= most) {
         return name;
     }
-    return most <= dots ? std::string() : "..." + name.substr(name.size() - (most - dots));
+    if (most <= dots) {
+        return {};
+    }
+    std::size_t first = name.size() - (most - dots);
+    // Not within a character of UTF-8.
+    while (first < name.size() && (static_cast<unsigned char>(name[first]) & 0xC0U) == 0x80U) {
+        ++first;
+    }
+    return "..." + name.substr(first);
 }
 
 } // namespace

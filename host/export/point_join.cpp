@@ -94,19 +94,23 @@ void point_join::begin_shot() {
     last_echo_ = echo_ + returns_;
     return_number_ = 0;
     time_ = time;
-    found_ = find_shot(time);
+    const bool next_known = returns_ < most_returns && echoes_.reach(last_echo_);
+    found_ = find_shot(time, next_known ? echo_time(last_echo_) : time);
     if (found_) {
         std::copy_n(shots_.values<shot_direction>(*found_), 3, direction_.begin());
         std::copy_n(shots_.values<shot_origin>(*found_), 3, origin_.begin());
     }
 }
 
-std::optional<std::uint64_t> point_join::find_shot(double time) {
+/// Shots that lie ahead of the `next` echo's, too, are passed for good: a single time that is far
+/// off must not take the shots of all others.
+std::optional<std::uint64_t> point_join::find_shot(double time, double next) {
     if (!std::isfinite(time)) {
         return std::nullopt;
     }
+    const double passed = std::fmin(time, next);
     // Goes past a time that is no number.
-    while (shots_.reach(shot_) && !(shot_time(shot_) >= time)) {
+    while (shots_.reach(shot_) && !(shot_time(shot_) >= passed)) {
         ++shot_;
     }
     if (shots_.reach(shot_) && shot_time(shot_) == time) {

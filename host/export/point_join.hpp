@@ -62,7 +62,7 @@ class point_join {
     double shot_time(std::uint64_t row) const;
     void read_points(std::span<exported_point> to, std::size_t& filled);
     void begin_shot();
-    std::optional<std::uint64_t> find_shot(double time);
+    std::optional<std::uint64_t> find_shot(double time, double next);
     std::optional<std::uint64_t> find_around(double time);
     bool place(exported_point& p) const;
 

@@ -254,6 +254,14 @@ class Join(ExportTest):
         told, points = self.told(self.made((times, [(times[r], 1, 5) for r in rows])))
         self.assertEqual(points['y'].tolist(), rows)
 
+    def test_a_time_far_ahead_costs_no_other_echo_its_shot(self):
+        times = [float(t) for t in range(5000)]
+        rows = [r for r in range(5000) if r % 1700 == 3]
+        echoes = [(times[r], 1, 5) for r in rows]
+        told, points = self.told(self.made((times, echoes[:1] + [(1e9, 1, 5)] + echoes[1:])))
+        self.assertEqual(points['y'].tolist(), rows)
+        self.assertEqual(told['echoes_without_shot'], 1)
+
     def test_times_that_are_no_numbers_belong_to_no_shot(self):
         nan, inf = np.nan, np.inf
         path = self.made(([1, nan, 2, inf, 3], [(1, 1, 5), (nan, 1, 5), (2, 1, 5), (inf, 1, 5), (-inf, 1, 5), (3, 1, 5)]))

@@ -30,17 +30,18 @@ class Progress(HostCase):
         self.assertEqual(told, sorted(told))
 
     def test_fits_into_a_line_of_the_terminal(self):
-        long_name = 'a' * 60 + '_scan.rxp'
-        os.rename(self.path('scan.rxp'), self.path(long_name))
-        for columns in (100, 60, 20, 1):
-            code, shown = self.on_terminal('convert', long_name, *self.slow[2:], columns=columns)
-            self.assertEqual(code, 0)
-            bars = COLOUR.sub('', shown).replace('\x1b[K', '').split('\r')[1:-1]
-            self.assertGreater(len(bars), 1)
-            for bar in bars:
-                if columns >= 60:
-                    self.assertLess(len(bar), columns)
-                    self.assertRegex(bar, r'scan\.rxp  ')
+        for name, widths in (('a' * 60 + '_scan.rxp', (100, 60, 20, 1)), ('\u20ac' * 20 + '_scan.rxp', (60,))):
+            os.rename(self.path('scan.rxp'), self.path(name))
+            for columns in widths:
+                code, shown = self.on_terminal('convert', name, *self.slow[2:], columns=columns)
+                self.assertEqual(code, 0)
+                bars = COLOUR.sub('', shown).replace('\x1b[K', '').split('\r')[1:-1]
+                self.assertGreater(len(bars), 1)
+                for bar in bars:
+                    if columns >= 60:
+                        self.assertLess(len(bar), columns)
+                        self.assertRegex(bar, r'scan\.rxp  ')
+            os.rename(self.path(name), self.path('scan.rxp'))
 
     def test_is_plain_lines_elsewhere(self):
         lines = self.good(*self.slow).stderr.splitlines()

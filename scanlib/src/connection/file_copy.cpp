@@ -42,7 +42,10 @@ bool write_all(int to, const char* data, std::size_t n) noexcept {
         if (k > 0) {
             data += k;
             n -= static_cast<std::size_t>(k);
-        } else if (k == 0 || errno != EINTR) {
+        } else if (k == 0) {
+            errno = EIO;
+            return false;
+        } else if (errno != EINTR) {
             return false;
         }
     }
