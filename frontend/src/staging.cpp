@@ -116,10 +116,6 @@ double BundleWriter::last_shot_time() const {
     return i == 0 ? 0 : times[i - 1];
 }
 
-std::uint32_t BundleWriter::longest_waveform() const {
-    return waveforms_.available() ? waveforms_->column<"Waveforms">().max_length : 0;
-}
-
 void BundleWriter::finish() {
     const std::lock_guard lock(store_mutex());
     bundle_->finish();

@@ -193,7 +193,9 @@ class BundleWriter {
     double last_shot_time() const;
 
     /// Samples of the longest waveform staged since prepare_fragment, 0 without waveforms.
-    std::uint32_t longest_waveform() const;
+    std::uint32_t longest_waveform() const {
+        return has_waveforms() ? waveforms_->column<"Waveforms">().max_length : 0;
+    }
 
     /// Finishes the file. Throws what the bundle throws.
     void finish();

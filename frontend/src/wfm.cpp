@@ -205,15 +205,11 @@ std::string WFM::flush_staging() {
     return text;
 }
 
-std::string WFM::shall_we_write(bool final) {
+std::string WFM::write_rows(bool final) {
     if (final) {
         std::string text = flush_staging();
         settle_fragment();
         return text.empty() ? write_scan_attributes() : text;
-    }
-    if (opp_count_ < input_->FragSize && wave_count_ < input_->FragSize &&
-        shots_count_ < input_->FragSize) {
-        return {};
     }
     std::string text = flush_staging();
     opp_count_ = wave_count_ = shots_count_ = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <complex>
 #include <cstdint>
 #include <filesystem>
@@ -35,7 +36,9 @@ class WFM : public scanlib::wave {
     /// reached FragSize rows. At the end, once, with true: stores what is left and the scan
     /// attributes. Returns an error text, empty when all is well; passes the bundle's exceptions
     /// through.
-    std::string shall_we_write(bool final);
+    std::string shall_we_write(bool final) {
+        return final || has_full_grid() ? write_rows(final) : std::string();
+    }
 
     /// Finishes the output file. Throws when that fails.
     void finish() { writer_.finish(); }
@@ -68,6 +71,10 @@ class WFM : public scanlib::wave {
     void on_wave(scanlib::wave_block& block) override;
 
   private:
+    bool has_full_grid() const noexcept {
+        return std::max({shots_count_, opp_count_, wave_count_}) >= input_->FragSize;
+    }
+    std::string write_rows(bool final);
     void keep_coefficients();
     std::string flush_staging();
     void settle_fragment();
