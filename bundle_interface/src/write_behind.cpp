@@ -36,8 +36,8 @@ std::string writeAll(int descriptor, std::uint64_t at, const std::byte* bytes, s
 } // namespace
 
 WriteBehind::WriteBehind(int descriptor) : descriptor_(descriptor) {
-    free_blocks_.reserve(most_waiting /
-                         block_size); // the thread adds to it and must not fail there
+    // The thread adds to them and must not fail there.
+    free_blocks_.reserve(most_waiting / block_size);
     thread_ = std::thread([this] { work(); });
 }
 
